@@ -1,0 +1,175 @@
+#include "Tool.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tapesim {
+
+namespace {
+
+struct Options
+{
+    std::string mountPoint;
+    std::string device;
+    bool eject = false;
+    bool listDevices = false;
+    std::string commandLine;
+};
+
+// "-o a,b" and "-oa,b" both carry comma-separated FUSE/LTFS options.
+Options parse(const Args &args)
+{
+    Options o;
+    o.commandLine = "ltfs";
+    for (const std::string &a : args)
+        o.commandLine += " " + a;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string list;
+        if (args[i] == "-o" && i + 1 < args.size())
+            list = args[++i];
+        else if (args[i].rfind("-o", 0) == 0 && args[i].size() > 2)
+            list = args[i].substr(2);
+        else if (!args[i].empty() && args[i].front() != '-' && o.mountPoint.empty())
+            o.mountPoint = args[i];
+        for (size_t start = 0; !list.empty() && start <= list.size();) {
+            const size_t end = std::min(list.find(',', start), list.size());
+            const std::string option = list.substr(start, end - start);
+            if (option.rfind("devname=", 0) == 0)
+                o.device = option.substr(8);
+            else if (option == "eject")
+                o.eject = true;
+            else if (option == "noeject")
+                o.eject = false;
+            else if (option == "device_list")
+                o.listDevices = true;
+            start = end + 1;
+        }
+    }
+    return o;
+}
+
+// Real ltfs prefixes every line with the id of the thread that logged it.
+std::string threadTag()
+{
+    char tag[16];
+    std::snprintf(tag, sizeof tag, "%x ", 0x1000 + static_cast<unsigned>(::getpid()) % 0xefff);
+    return tag;
+}
+
+std::string canonical(const std::string &path)
+{
+    char resolved[PATH_MAX];
+    return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+class Log
+{
+public:
+    explicit Log(Context &ctx) : m_ctx(ctx), m_tag(threadTag()) {}
+    void operator()(const std::string &line) { m_ctx.err(m_tag + line); }
+
+private:
+    Context &m_ctx;
+    std::string m_tag;
+};
+
+int listDevices(Context &ctx, Log &log)
+{
+    log("LTFS17073I Device list:");
+    for (const DriveState &d : ctx.store().snapshot().drives)
+        log("LTFS17074I Device Name = " + d.id + ", Vendor ID = TAPESIM, Product ID = " + d.model +
+            ", Serial Number = " + d.serial + ".");
+    return 0;
+}
+
+int run(const Options &o, Context &ctx)
+{
+    Log log(ctx);
+    log("LTFS14000I LTFS starting, LTFS version 2.4.8.4, log level 2.");
+    log("LTFS14058I LTFS Format Specification version 2.4.0.");
+    log("LTFS14104I Launched by \"" + o.commandLine + "\".");
+    if (o.listDevices)
+        return listDevices(ctx, log);
+    struct stat st
+    {
+    };
+    if (o.mountPoint.empty() || ::stat(o.mountPoint.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        const bool exists = !o.mountPoint.empty() && ::stat(o.mountPoint.c_str(), &st) == 0;
+        ctx.err("fuse: bad mount point `" + o.mountPoint +
+                "': " + (exists ? "Not a directory" : "No such file or directory"));
+        return 1;
+    }
+    const std::string point = canonical(o.mountPoint);
+
+    std::string refusal;
+    bool needsLoad = false;
+    bool blank = false;
+    DriveState drive;
+    ctx.store().update([&](State &s) {
+        DriveState *d = s.driveByName(o.device);
+        if (o.device.empty() || !d || s.mountOf(d->id)) {
+            refusal = "LTFS10004E Cannot open device '" + o.device + "'.";
+        } else if (s.mountAt(point)) {
+            refusal = "LTFS14013E Cannot mount the volume: " + point + " is already a mount point.";
+        } else if (!d->cartridge.present) {
+            refusal = "LTFS11006E Cannot load the medium: no medium present.";
+        } else {
+            needsLoad = !d->loaded;
+            d->loaded = true;
+            blank = !d->cartridge.formatted;
+            drive = *d;
+            if (!blank)
+                s.mounts.push_back(MountState{point, o.device, d->id, o.eject, 0});
+        }
+    });
+    log("LTFS17085I Plugin: Loading \"sg\" tape backend.");
+    if (!refusal.empty()) {
+        log(refusal);
+        return 1;
+    }
+    if (needsLoad) {
+        log("LTFS11330I Loading cartridge.");
+        log("LTFS11332I Load successful.");
+    }
+    log("LTFS11005I Mounting the volume.");
+    if (blank) {
+        log("LTFS17168E Cannot read volume: medium is not partitioned.");
+        log("LTFS14013E Cannot mount the volume.");
+        return 1;
+    }
+    const std::string barcode = drive.cartridge.barcode.empty() ? "NO_BARCODE" : drive.cartridge.barcode;
+    std::string padded = drive.cartridge.barcode;
+    padded.resize(32, ' ');
+    log("LTFS17227I Tape attribute: Medium Label = " +
+        (drive.cartridge.volume.empty() ? barcode : drive.cartridge.volume) + ".");
+    log("LTFS17227I Tape attribute: Barcode = " + padded + ".");
+    log("LTFS11031I Volume mounted successfully. " + barcode + " : Gen = 1 / (a, 5) -> (b, 5) / " +
+        drive.serial + ".");
+    log("LTFS14111I Initial setup completed successfully.");
+    log("LTFS14112I Invoke 'mount' command to check the result of final setup.");
+    log("LTFS14113I Specified mount point is listed if succeeded.");
+    return 0;
+}
+
+int fail(Context &ctx, const std::vector<Line> &dryLines, int code)
+{
+    for (size_t i = 0; i < dryLines.size() && i < 3; ++i)
+        ctx.err(dryLines[i].text);
+    const std::string tag = threadTag();
+    ctx.err(tag + "LTFS12035E Cannot read the medium: medium error.");
+    ctx.err(tag + "LTFS14013E Cannot mount the volume.");
+    return code;
+}
+
+} // namespace
+
+Tool ltfsTool(const Args &args)
+{
+    const Options o = parse(args);
+    return Tool{"ltfs", "ltfs", o.device, [o](Context &ctx) { return run(o, ctx); }, fail};
+}
+
+} // namespace tapesim

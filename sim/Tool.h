@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Context.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tapesim {
+
+using Args = std::vector<std::string>;
+
+// One parsed run of a simulated tool: what faults are matched against, the
+// normal behaviour, and how an injected exit code N makes the run fail.
+struct Tool
+{
+    std::string name;    // "itdt", "mkltfs", "ltfs", "mount", "umount"
+    std::string command; // itdt subcommand; the tool name for the others
+    std::string device;  // as given on the command line; "" when none
+    std::function<int(Context &)> run;
+    // Prints a failed run of the usual shape, given the lines a dry run
+    // produced, and returns the exit status.
+    std::function<int(Context &, const std::vector<Line> &, int)> fail;
+};
+
+Tool itdtTool(const Args &args);
+Tool mkltfsTool(const Args &args);
+Tool ltfsTool(const Args &args);
+Tool mountTool(const Args &args);
+Tool umountTool(const Args &args);
+
+// Replaces this process with the system's own `name` from /usr/bin or /bin,
+// never through PATH, which may lead back to the simulator.
+[[noreturn]] void execSystemTool(const std::string &name, const Args &args);
+
+} // namespace tapesim
