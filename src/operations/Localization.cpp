@@ -1,0 +1,46 @@
+#include "operations/Localization.h"
+
+#include <QFile>
+#include <QHash>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace tapedesk {
+
+namespace {
+
+QHash<QString, QString> loadTable(const QString &resource)
+{
+    QHash<QString, QString> table;
+    QFile f(resource);
+    if (!f.open(QIODevice::ReadOnly))
+        return table;
+    const QJsonObject o = QJsonDocument::fromJson(f.readAll()).object();
+    for (auto it = o.begin(); it != o.end(); ++it)
+        table.insert(it.key(), it.value().toString());
+    return table;
+}
+
+struct Tables
+{
+    QHash<QString, QString> main = loadTable(QStringLiteral(":/i18n/Localizable.json"));
+    QHash<QString, QString> errors = loadTable(QStringLiteral(":/i18n/errors.json"));
+};
+
+const Tables &tables()
+{
+    static const Tables t; // thread-safe static init; read-only afterwards
+    return t;
+}
+
+} // namespace
+
+QString localizedString(const QString &key)
+{
+    const QString found = tables().main.value(key, key);
+    if (found != key)
+        return found;
+    return tables().errors.value(key, key);
+}
+
+} // namespace tapedesk

@@ -1,0 +1,10 @@
+// Standard drive test. (Being built.)
+
+#include "ui/ViewController.h"
+
+namespace tapedesk {
+
+void ViewController::btnRunTest(QAbstractButton *) {}
+void ViewController::standardTest() {}
+
+} // namespace tapedesk

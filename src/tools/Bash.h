@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace tapedesk {
+
+// The one error value of the command runner. Thrown by Bash when a command
+// name cannot be turned into a program path.
+struct BashError
+{
+    enum class Case { commandNotFound };
+    Case kind = Case::commandNotFound;
+    QString name;
+
+    static BashError commandNotFound(const QString &name) { return {Case::commandNotFound, name}; }
+};
+
+class CommandExecuting
+{
+public:
+    virtual ~CommandExecuting() = default;
+    // Throws BashError.
+    virtual QString execute(const QString &commandName, const QStringList &arguments) = 0;
+};
+
+// Finds a system command the way the operator's login shell would
+// (/bin/bash -l -c "which NAME"), then runs it directly with only its standard
+// output collected.
+class Bash final : public CommandExecuting
+{
+public:
+    QString execute(const QString &commandName, const QStringList &arguments) override;
+
+private:
+    QString run(const QString &command, const QStringList &arguments);
+    QString resolve(const QString &command);
+};
+
+} // namespace tapedesk

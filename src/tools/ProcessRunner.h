@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <functional>
+
+namespace tapedesk {
+
+enum class OutputStream { Stdout, Stderr };
+
+// Called for every chunk as it arrives, on the thread that runs the child, so a
+// live view can follow a long run. The chunk is only valid during the call.
+using ChunkObserver = std::function<void(OutputStream, QByteArrayView)>;
+
+enum class StreamMode {
+    Separate,   // stdout and stderr on two pipes, collected apart
+    Merged,     // both streams on one pipe, in the order the child wrote them
+    StdoutOnly, // stderr is left to the child (inherited from this process)
+};
+
+struct ProcessResult
+{
+    bool started = false; // false: nothing ran (missing, not executable, a folder, bad interpreter)
+    QByteArray out;       // stdout, or the merged streams
+    QByteArray err;       // stderr in Separate mode
+};
+
+// Starts `program` directly (no shell, no PATH search), reads its pipes until
+// end of file and returns what it wrote. Does not judge the exit status; the
+// child is reaped in the background if it outlives its pipes.
+ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
+                         const ChunkObserver &observer = {});
+
+// Every child started by runProcess that has not been reaped yet. Quitting the
+// application kills them (and their process groups), so a hung tool never
+// outlives TapeDesk.
+namespace children {
+int liveCount();
+void killAll();
+} // namespace children
+
+} // namespace tapedesk

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+namespace tapedesk {
+
+// The per-user store (QSettings, native format). The one place that touches it:
+// a value that is missing or of another type reads as absent, and a file that
+// cannot be parsed is kept aside before anything is written over it.
+namespace SettingsStore {
+
+std::optional<QString> text(const QString &key);
+std::optional<QStringList> textList(const QString &key);
+bool contains(const QString &key);
+
+// Writes return false when the store could not be written (read-only folder, ...).
+bool setText(const QString &key, const QString &value);
+bool setTextList(const QString &key, const QStringList &value);
+bool setBool(const QString &key, bool value);
+bool remove(const QString &key);
+bool removeKeys(const QStringList &keys);
+
+std::optional<bool> boolean(const QString &key);
+
+// Where the store lives, for tests and messages.
+QString fileName();
+
+// When the file on disk was unreadable or corrupt at the last access, the
+// path of the copy kept aside before the store was written again, else "".
+QString preservedCopy();
+
+} // namespace SettingsStore
+} // namespace tapedesk

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QIcon>
+#include <QString>
+
+namespace tapedesk {
+
+// The one place that maps a button status to its image:
+// 0 "Complete Button", 1 "Fail Button", 2 "In Process Button", 3 "Ready Button";
+// any other status has no image.
+namespace StatusImages {
+QString imageName(int status);
+QIcon icon(int status);
+} // namespace StatusImages
+
+} // namespace tapedesk

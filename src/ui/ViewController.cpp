@@ -1,0 +1,279 @@
+#include "ui/ViewController.h"
+
+#include "tools/Console.h"
+#include "tools/ProcessRunner.h"
+#include "tools/Shell.h"
+#include "tools/ToolPaths.h"
+#include "ui/DriveCell.h"
+#include "ui/DriveTableModel.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QFontDatabase>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QShowEvent>
+#include <QSplitter>
+#include <QTableView>
+#include <QThreadPool>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <thread>
+
+namespace tapedesk {
+
+ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
+{
+    setObjectName(QStringLiteral("ViewController"));
+    timer = new QTimer(this); // a plain timer that is never scheduled until an unmount replaces it
+    buildLayout();
+    connectActions();
+    setOutputView(ui.rightScrollView);
+}
+
+ViewController::~ViewController()
+{
+    // Background parts post back to this window; let them finish first. A
+    // hung tool would keep them forever, so its process goes first.
+    children::killAll();
+    QThreadPool::globalInstance()->waitForDone();
+}
+
+void ViewController::buildLayout()
+{
+    auto *central = new QWidget(this);
+    central->setObjectName(QStringLiteral("mainView"));
+    auto *outer = new QHBoxLayout(central);
+    outer->setContentsMargins(12, 12, 12, 12);
+    outer->setSpacing(12);
+
+    // Left: the drives.
+    ui.tableView = new QTableView(central);
+    ui.tableView->setObjectName(QStringLiteral("tableView"));
+    ui.tableView->setAccessibleName(QStringLiteral("Drives"));
+    m_model = new DriveTableModel(this);
+    ui.tableView->setModel(m_model);
+    ui.tableView->setItemDelegate(new DriveCell(ui.tableView));
+    ui.tableView->horizontalHeader()->hide();
+    ui.tableView->horizontalHeader()->setStretchLastSection(true);
+    ui.tableView->verticalHeader()->hide();
+    ui.tableView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    ui.tableView->verticalHeader()->setDefaultSectionSize(DriveCell::rowHeight(ui.tableView->font()));
+    ui.tableView->setSelectionBehavior(QAbstractItemView::SelectRows);
+    ui.tableView->setSelectionMode(QAbstractItemView::SingleSelection);
+    ui.tableView->setShowGrid(false);
+    ui.tableView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    ui.tableView->setFixedWidth(280);
+    outer->addWidget(ui.tableView);
+
+    // Right: actions over the output pane.
+    auto *right = new QVBoxLayout;
+    right->setSpacing(10);
+    auto makeButton = [&](const QString &text, const char *objectName) {
+        auto *b = new QPushButton(text, central);
+        b->setObjectName(QString::fromLatin1(objectName));
+        b->setAccessibleName(text);
+        b->setIconSize(QSize(18, 18));
+        b->setMinimumHeight(34);
+        return b;
+    };
+    ui.btnScan = makeButton(QStringLiteral("Scan"), "btnScan");
+    ui.btnMount = makeButton(QStringLiteral("Mount"), "btnMount");
+    ui.btnFormat = makeButton(QStringLiteral("Format"), "btnFormat");
+    ui.btnTest = makeButton(QStringLiteral("Test"), "btnTest");
+    ui.btnHostValidation = makeButton(QStringLiteral("Host Validation"), "btnHostValidation");
+    ui.btnRetriveLog = makeButton(QStringLiteral("Retrieve Log"), "btnRetriveLog");
+    ui.btnUpgrade = makeButton(QStringLiteral("Upgrade"), "btnUpgrade");
+    ui.btnClearPreferences = makeButton(QStringLiteral("Clear Mounted Drives"), "btnClearPreferences");
+
+    ui.lblMount = new QLabel(QStringLiteral("MOUNT"), central);
+    ui.lblMount->setObjectName(QStringLiteral("lblMount"));
+    ui.lblMount->setAccessibleName(QStringLiteral("Mount Action"));
+    ui.lblMount->setAlignment(Qt::AlignCenter);
+    ui.lblMount->setMinimumWidth(90);
+    QFont labelFont = ui.lblMount->font();
+    labelFont.setBold(true);
+    ui.lblMount->setFont(labelFont);
+
+    auto group = [&](const QString &title, std::initializer_list<QWidget *> widgets) {
+        auto *box = new QGroupBox(title, central);
+        auto *l = new QHBoxLayout(box);
+        l->setSpacing(8);
+        for (QWidget *w : widgets)
+            l->addWidget(w);
+        return box;
+    };
+    auto *actions = new QHBoxLayout;
+    actions->setSpacing(10);
+    actions->addWidget(group(QStringLiteral("Drives"), {ui.btnScan}));
+    actions->addWidget(group(QStringLiteral("Tape"), {ui.btnMount, ui.lblMount, ui.btnFormat}));
+    actions->addWidget(group(QStringLiteral("Diagnostics"),
+                             {ui.btnTest, ui.btnHostValidation, ui.btnRetriveLog, ui.btnUpgrade}));
+    right->addLayout(actions);
+
+    auto *statusRow = new QHBoxLayout;
+    ui.progressIndicator = new QProgressBar(central);
+    ui.progressIndicator->setObjectName(QStringLiteral("progressIndicator"));
+    ui.progressIndicator->setAccessibleName(QStringLiteral("Progress"));
+    ui.progressIndicator->setRange(0, 0); // busy, not a percentage
+    ui.progressIndicator->setTextVisible(false);
+    ui.progressIndicator->setMaximumHeight(10);
+    QSizePolicy keep = ui.progressIndicator->sizePolicy();
+    keep.setRetainSizeWhenHidden(true);
+    ui.progressIndicator->setSizePolicy(keep);
+    ui.progressIndicator->hide();
+    statusRow->addWidget(ui.progressIndicator, 1);
+    statusRow->addWidget(ui.btnClearPreferences);
+    right->addLayout(statusRow);
+
+    ui.rightScrollView = new QPlainTextEdit(central);
+    ui.rightScrollView->setObjectName(QStringLiteral("rightScrollView"));
+    ui.rightScrollView->setAccessibleName(QStringLiteral("Output"));
+    ui.rightScrollView->setReadOnly(true);
+    ui.rightScrollView->setUndoRedoEnabled(false);
+    ui.rightScrollView->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    QFont mono = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    mono.setPointSize(10);
+    ui.rightScrollView->setFont(mono);
+    QPalette pane = ui.rightScrollView->palette();
+    pane.setColor(QPalette::Base, QColor(0x12, 0x14, 0x18));
+    pane.setColor(QPalette::Text, Qt::white);
+    ui.rightScrollView->setPalette(pane);
+    right->addWidget(ui.rightScrollView, 1);
+
+    outer->addLayout(right, 1);
+    setCentralWidget(central);
+
+    auto *fileMenu = menuBar()->addMenu(QStringLiteral("&TapeDesk"));
+    QAction *quit = fileMenu->addAction(QStringLiteral("&Quit"));
+    quit->setObjectName(QStringLiteral("actionQuit"));
+    quit->setShortcut(QKeySequence::Quit);
+    connect(quit, &QAction::triggered, qApp, &QApplication::quit);
+
+    // A fixed working surface without title text or window buttons; the
+    // application quits from its menu.
+    setWindowFlags(Qt::Window | Qt::CustomizeWindowHint);
+    setWindowTitle(QString());
+    setFixedSize(1100, 700);
+}
+
+void ViewController::connectActions()
+{
+    auto bind = [this](QPushButton *b, void (ViewController::*action)(QAbstractButton *)) {
+        connect(b, &QPushButton::clicked, this, [this, b, action] { (this->*action)(b); });
+    };
+    bind(ui.btnScan, &ViewController::btnScan);
+    bind(ui.btnMount, &ViewController::btnMount);
+    bind(ui.btnRetriveLog, &ViewController::btnRetrieveLog);
+    bind(ui.btnTest, &ViewController::btnRunTest);
+    bind(ui.btnUpgrade, &ViewController::btnUpgrade);
+    bind(ui.btnHostValidation, &ViewController::btnHostValidation);
+    bind(ui.btnFormat, &ViewController::btnFormat);
+    bind(ui.btnClearPreferences, &ViewController::btnClearPreferences);
+    connect(ui.tableView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this] { tableViewSelectionDidChange(); });
+}
+
+QString ViewController::shell(const QString &launchPath, const QStringList &arguments)
+{
+    return shellLaunch(launchPath, arguments, lastErrorOutput);
+}
+
+QString ViewController::shell(const QString &command)
+{
+    return shellCommand(command);
+}
+
+void ViewController::viewDidLoad(const QStringList &launchArguments)
+{
+    applyLaunchArguments(launchArguments);
+    setOutputView(ui.rightScrollView);
+}
+
+void ViewController::showEvent(QShowEvent *event)
+{
+    QMainWindow::showEvent(event);
+    if (!event->spontaneous())
+        QTimer::singleShot(0, this, [this] { viewDidAppear(); });
+}
+
+void ViewController::viewDidAppear()
+{
+    const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
+    consoleLine(QStringView(mounted));
+    if (!support.preferencesValid()) {
+        showResults(true, QStringLiteral("Looks like preferences settings could be wrong."));
+        endProgress();
+        return;
+    }
+    if (support.isPreferencesSet()) {
+        changeButtonStatus(ui.btnScan, 3, true);
+        scanForDrives();
+        changeButtonStatus(ui.btnScan, 0, true);
+    }
+}
+
+void ViewController::refreshDriveTable()
+{
+    postToMain([this] {
+        // Keep the selection on the same drive object across the reload.
+        m_model->reload(driveList.snapshot());
+    });
+}
+
+void ViewController::tableViewSelectionDidChange()
+{
+    const QModelIndexList rows = ui.tableView->selectionModel()->selectedRows();
+    const int row = rows.isEmpty() ? -1 : rows.constFirst().row();
+    consoleLine(QStringView(QString::number(row)));
+    if (row < 0)
+        return;
+    DrivePtr drive = m_model->driveAt(row);
+    if (!drive)
+        return;
+    selectedDrive.set(drive);
+    setMountLabel(drive->mounted() ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT"));
+    changeButtonStatus(ui.btnRetriveLog, 2, true);
+    showResults(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
+}
+
+void ViewController::setMountLabel(const QString &text)
+{
+    ui.lblMount->setText(text);
+}
+
+void ViewController::postToMain(std::function<void()> f)
+{
+    QMetaObject::invokeMethod(this, std::move(f), Qt::QueuedConnection);
+}
+
+void ViewController::runInBackground(std::function<void()> f)
+{
+    QThreadPool::globalInstance()->start(std::move(f));
+}
+
+QString ViewController::runResponsive(const std::function<QString()> &work)
+{
+    QEventLoop loop;
+    QString result;
+    std::atomic<bool> done{false};
+    ++m_responsiveDepth;
+    std::thread worker([&] {
+        result = work();
+        done = true;
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    while (!done)
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    worker.join();
+    --m_responsiveDepth;
+    return result;
+}
+
+} // namespace tapedesk

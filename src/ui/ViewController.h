@@ -1,0 +1,171 @@
+#pragma once
+
+#include "drives/Drive.h"
+#include "support/Support.h"
+#include "tools/Synchronized.h"
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QPushButton>
+#include <QString>
+#include <QStringList>
+#include <atomic>
+#include <functional>
+
+class QAbstractButton;
+class QLabel;
+class QLineEdit;
+class QPlainTextEdit;
+class QProgressBar;
+
+class QTableView;
+class QTimer;
+
+namespace tapedesk {
+
+class DriveTableModel;
+
+// The text of the last tool output, carried from one step to the next.
+extern Synchronized<QString> lastStatusFeedBack;
+
+// The output pane every message goes to. Until the main window has loaded it
+// is a pane that is shown nowhere.
+QPlainTextEdit *outputView();
+void setOutputView(QPlainTextEdit *pane);
+
+// The main window. It owns the state the operations share and hosts them; each
+// workflow's code lives in its own file under operations/ (see
+// docs/architecture.md). Background parts run on the global thread pool; every
+// visible change is posted to the GUI thread in the order it was made.
+class ViewController : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    // The widgets the operations talk to.
+    struct Outlets
+    {
+        QPlainTextEdit *rightScrollView = nullptr; // the output pane (a scroll view with its text)
+        QTableView *tableView = nullptr;
+        QLabel *lblMount = nullptr;
+        QPushButton *btnScan = nullptr;
+        QPushButton *btnMount = nullptr;
+        QPushButton *btnRetriveLog = nullptr;
+        QPushButton *btnTest = nullptr;
+        QPushButton *btnUpgrade = nullptr;
+        QPushButton *btnHostValidation = nullptr;
+        QPushButton *btnFormat = nullptr;
+        QPushButton *btnClearPreferences = nullptr;
+        QProgressBar *progressIndicator = nullptr;
+    };
+
+    explicit ViewController(QWidget *parent = nullptr);
+    ~ViewController() override;
+
+    Outlets ui;
+
+    // Shared state (written from background parts, hence synchronized).
+    Synchronized<DrivePtr> selectedDrive;
+    Synchronized<QString> firmwareFileAndPath;
+    Synchronized<QString> lastExitCode;
+    Synchronized<QString> lastErrorOutput;
+    Synchronized<QString> volume_name;
+    std::atomic<bool> formatTapeEnabled{false};
+    QTimer *timer = nullptr;
+    Support support;
+
+    // Command runners
+    QString shell(const QString &launchPath, const QStringList &arguments);
+    QString shell(const QString &command);
+
+    // Start-up
+    void viewDidLoad(const QStringList &launchArguments);
+    void viewDidAppear();
+
+    // Operation feedback
+    void showResults(bool clear, const QString &result);
+    void setExitCode(const QString &results);
+    void displayError();
+    QString localizedString(const QString &key) const;
+    void changeButtonStatus(QAbstractButton *button, int status, bool showError);
+    void startProgress();
+    void endProgress();
+    void enableButtons(bool enabled);
+    void showCloseAlert(const QString &title, const QString &message, const std::function<void(bool)> &completion);
+    void refreshDriveTable();
+
+    // Drive scan
+    void btnScan(QAbstractButton *sender = nullptr);
+    void scanForDrives();
+
+    // Mount and unmount
+    void btnMount(QAbstractButton *sender = nullptr);
+    void mountDrive();
+    bool isTapeMounted();
+    QString getSelectedDriveAddress();
+    void loadTape();
+    void unLoadTape();
+    void unMountDrive();
+    void waitForUnMount();
+
+    // Format
+    void btnFormat(QAbstractButton *sender = nullptr);
+    void executeFormatTape();
+    void formatDrive();
+    void controlTextDidChange(QLineEdit *field);
+
+    // Firmware
+    void btnUpgrade(QAbstractButton *sender = nullptr);
+    void updateFirmware();
+
+    // Log retrieval, standard test, host validation
+    void btnRetrieveLog(QAbstractButton *sender = nullptr);
+    void retrieveLog();
+    void btnRunTest(QAbstractButton *sender = nullptr);
+    void standardTest();
+    void btnHostValidation(QAbstractButton *sender = nullptr);
+    void hostValidation();
+
+    // Mounted-drive records
+    void btnClearPreferences(QAbstractButton *sender = nullptr);
+
+    // Drive table
+    void tableViewSelectionDidChange();
+    DriveTableModel *driveModel() const { return m_model; }
+
+    // Runs `work` off the GUI thread and waits for it while the window keeps
+    // painting and queued posts keep running; user input is held back, so no
+    // second operation can start meanwhile. For tool runs that belong to the
+    // GUI thread's turn (unmount, polls, forced reformat, eject).
+    QString runResponsive(const std::function<QString()> &work);
+
+    // Posts `f` to the GUI thread (first in, first out).
+    void postToMain(std::function<void()> f);
+    // Queues `f` on the global thread pool.
+    static void runInBackground(std::function<void()> f);
+
+    // Records a tool's output: an empty output leaves lastExitCode as it was,
+    // otherwise the code is extracted; the output becomes lastStatusFeedBack.
+    void recordResult(const QString &output);
+    // shell() followed by recordResult(); returns the output.
+    QString runTool(const QString &launchPath, const QStringList &arguments);
+    bool lastRunSucceeded() const;
+
+    // True while a tool run started by runResponsive() is in flight.
+    bool isWaitingResponsive() const { return m_responsiveDepth > 0; }
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void buildLayout();
+    void connectActions();
+    void setMountLabel(const QString &text);
+
+    DriveTableModel *m_model = nullptr;
+    bool m_appeared = false;
+    int m_responsiveDepth = 0;
+    bool m_pollInFlight = false;
+};
+
+} // namespace tapedesk

@@ -1,0 +1,86 @@
+#include "support/TestEnv.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcessEnvironment>
+#include <cstdlib>
+
+namespace tapedesk::test {
+
+namespace {
+QString g_home;
+}
+
+TestHome::TestHome()
+{
+    m_dir.setAutoRemove(true);
+    g_home = m_dir.path();
+    const QByteArray home = QFile::encodeName(g_home);
+    ::setenv("HOME", home.constData(), 1);
+    ::setenv("XDG_CONFIG_HOME", (home + "/.config").constData(), 1);
+    ::setenv("XDG_DATA_HOME", (home + "/.local/share").constData(), 1);
+    ::setenv("XDG_CACHE_HOME", (home + "/.cache").constData(), 1);
+    ::setenv("TAPESIM_HOME", (home + "/tapesim").constData(), 1);
+    if (!::getenv("QT_QPA_PLATFORM"))
+        ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    QDir().mkpath(g_home + QStringLiteral("/.config"));
+}
+
+TestHome::~TestHome() = default;
+
+QString TestHome::path()
+{
+    return g_home;
+}
+
+void configureApplication(QApplication &app)
+{
+    app.setOrganizationName(QStringLiteral("TapeDesk"));
+    app.setApplicationName(QStringLiteral("TapeDesk"));
+}
+
+QString simBinDir()
+{
+    return QStringLiteral(TAPEDESK_SIM_BIN);
+}
+
+QString writeScript(const QString &dir, const QString &name, const QString &body)
+{
+    QDir().mkpath(dir);
+    const QString path = dir + QLatin1Char('/') + name;
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return {};
+    f.write("#!/bin/sh\n");
+    f.write(body.toUtf8());
+    f.write("\n");
+    f.close();
+    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup |
+                     QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
+    return path;
+}
+
+void installLoginProfile(const QStringList &pathFirst)
+{
+    QFile f(g_home + QStringLiteral("/.bash_profile"));
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return;
+    f.write("export PATH=\"" + QFile::encodeName(pathFirst.join(QLatin1Char(':'))) + ":$PATH\"\n");
+}
+
+QString makeDir(const QString &relative)
+{
+    const QString p = g_home + QLatin1Char('/') + relative;
+    QDir().mkpath(p);
+    return p;
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return f.readAll();
+}
+
+} // namespace tapedesk::test

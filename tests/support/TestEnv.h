@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QApplication>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace tapedesk::test {
+
+// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME and TAPESIM_HOME
+// into a fresh temporary folder before the application exists, so QSettings
+// and the simulator only ever see that folder.
+class TestHome
+{
+public:
+    TestHome();
+    ~TestHome();
+    TestHome(const TestHome &) = delete;
+    TestHome &operator=(const TestHome &) = delete;
+
+    static QString path();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+void configureApplication(QApplication &app);
+
+// The simulator's bin folder (itdt, ltfs, mkltfs, mount, umount) in the build tree.
+QString simBinDir();
+
+// Writes an executable /bin/sh script `name` with `body` into `dir` (created
+// if missing) and returns its path.
+QString writeScript(const QString &dir, const QString &name, const QString &body);
+
+// Writes HOME/.bash_profile so a login shell finds the given folders first on
+// its PATH (what the unmount's `which umount` uses).
+void installLoginProfile(const QStringList &pathFirst);
+
+// A fresh folder inside the test home.
+QString makeDir(const QString &relative);
+
+// Whole content of a file, or "" if unreadable.
+QByteArray readFile(const QString &path);
+
+} // namespace tapedesk::test

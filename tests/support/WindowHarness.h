@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+#include <functional>
+
+namespace tapedesk {
+class ViewController;
+}
+
+namespace tapedesk::test {
+
+// What a test saw of one modal dialog.
+struct SeenDialog
+{
+    QString kind;        // "message", "input", "file" or "other"
+    QString title;       // QMessageBox text, input dialog title, or file dialog window title
+    QString informative; // QMessageBox informative text, or the input dialog's question
+    QStringList buttons; // in on-screen order
+};
+
+// Answers the real modal dialogs a workflow opens, in the order they appear.
+// Queue one handler per expected dialog before starting the action; a dialog
+// nobody expected is recorded and closed, so a test never hangs on it.
+class DialogScript
+{
+public:
+    using Handler = std::function<void(QWidget *dialog, const SeenDialog &seen)>;
+
+    DialogScript();
+    ~DialogScript();
+    DialogScript(const DialogScript &) = delete;
+    DialogScript &operator=(const DialogScript &) = delete;
+
+    DialogScript &then(Handler handler);
+    // Shorthands: press the button with this text (accelerator '&' ignored).
+    DialogScript &press(const QString &buttonText);
+    // Type into the dialog's line edit, then press.
+    DialogScript &type(const QString &text, const QString &buttonText = QStringLiteral("OK"));
+    // Choose a path in a QFileDialog (file or folder), or cancel it.
+    DialogScript &choosePath(const QString &path);
+    DialogScript &cancelPicker();
+
+    const QList<SeenDialog> &seen() const { return m_seen; }
+    QList<SeenDialog> unexpected() const { return m_unexpected; }
+    int pending() const { return static_cast<int>(m_handlers.size()); }
+
+private:
+    void poll();
+
+    QList<Handler> m_handlers;
+    QList<SeenDialog> m_seen;
+    QList<SeenDialog> m_unexpected;
+    QWidget *m_current = nullptr;
+    class QTimer *m_timer = nullptr;
+};
+
+SeenDialog describe(QWidget *dialog);
+bool clickButton(QWidget *dialog, const QString &text);
+
+// Processes events until `condition` holds or `timeoutMs` passes.
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
+
+// The pane's whole plain text, and its lines.
+QString paneText(ViewController &vc);
+// Waits until the pane contains `text`.
+bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000);
+// Waits until the progress indicator is hidden and the buttons are enabled.
+bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
+
+// Writes the four paths to the store and loads them (as the window's
+// appearance does).
+void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, const QString &output);
+// The four paths pointing at the simulator, output into HOME/output.
+void useSimulator();
+
+// The status image name a workflow last gave a button ("Complete Button", ...).
+QString statusOf(QWidget *button);
+
+} // namespace tapedesk::test
