@@ -92,13 +92,14 @@ void resetMountedDrives()
 void removeMountedDrive(const QString &serialNumber)
 {
     std::lock_guard lock(storeLock());
-    std::optional<QStringList> changed = mountedDrives.with([&](QStringList &l) -> std::optional<QStringList> {
-        const qsizetype at = l.indexOf(serialNumber);
-        if (at < 0)
-            return std::nullopt;
-        l.removeAt(at);
-        return l;
-    });
+    std::optional<QStringList> changed =
+        mountedDrives.with([&](QStringList &l) -> std::optional<QStringList> {
+            const qsizetype at = l.indexOf(serialNumber);
+            if (at < 0)
+                return std::nullopt;
+            l.removeAt(at);
+            return l;
+        });
     if (changed)
         SettingsStore::setTextList(kMountedDrivesKey, *changed);
 }

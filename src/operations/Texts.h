@@ -7,15 +7,16 @@ namespace tapedesk {
 // Texts the workflows share, exactly as the operator sees them.
 inline const QString ERROR_CODE_OK = QStringLiteral("0");
 inline const QString ALERT_WARNING = QStringLiteral("Warning!");
-inline const QString ALERT_DESTRUCTIVE =
-    QStringLiteral("This is a destructive operation and will take approx. 30 mins - Insert a blank tape and press "
-                   "OK to continue or Cancel");
-inline const QString ALERT_DESTRUCTIVE_RUN_TEST =
-    QStringLiteral("This is a destructive operation and will take approx. 20 mins - Insert a blank tape and press "
-                   "OK to continue or Cancel");
+inline const QString ALERT_DESTRUCTIVE = QStringLiteral(
+    "This is a destructive operation and will take approx. 30 mins - Insert a blank tape and press "
+    "OK to continue or Cancel");
+inline const QString ALERT_DESTRUCTIVE_RUN_TEST = QStringLiteral(
+    "This is a destructive operation and will take approx. 20 mins - Insert a blank tape and press "
+    "OK to continue or Cancel");
 inline const QString ALERT_FIRMWARE_SURE = QStringLiteral(
     "Are you sure you want to upgrade, please contact corvel support before performing a upgrade.");
-inline const QString STATUS_LOG_GATHERING = QStringLiteral("Gathering Log Info - This May Take Several Minutes\n");
+inline const QString STATUS_LOG_GATHERING =
+    QStringLiteral("Gathering Log Info - This May Take Several Minutes\n");
 
 inline const QString MSG_NO_PREFERENCES = QStringLiteral("WARNING: No preferences set for paths");
 

@@ -117,9 +117,9 @@ void ViewController::endProgress()
 
 void ViewController::enableButtons(bool enabled)
 {
-    for (QWidget *w : std::initializer_list<QWidget *>{ui.btnScan, ui.btnMount, ui.btnRetriveLog, ui.btnTest,
-                                                       ui.btnHostValidation, ui.btnUpgrade, ui.btnFormat,
-                                                       ui.tableView})
+    for (QWidget *w :
+         std::initializer_list<QWidget *>{ui.btnScan, ui.btnMount, ui.btnRetriveLog, ui.btnTest,
+                                          ui.btnHostValidation, ui.btnUpgrade, ui.btnFormat, ui.tableView})
         w->setEnabled(enabled);
 }
 

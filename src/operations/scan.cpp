@@ -25,9 +25,9 @@ void ViewController::scanForDrives()
         changeButtonStatus(ui.btnScan, 2, true);
         showResults(true, QStringLiteral("Running Scan - Please Wait...."));
         const QString output = OUTPUT_FOLDER.get().value_or(QString());
-        const QString report = shell(ITDT_PATH.get().value_or(QString()),
-                                     {QStringLiteral("-R"), output, QStringLiteral("-LP"), output,
-                                      QStringLiteral("scan")});
+        const QString report =
+            shell(ITDT_PATH.get().value_or(QString()),
+                  {QStringLiteral("-R"), output, QStringLiteral("-LP"), output, QStringLiteral("scan")});
         if (report.isEmpty()) {
             lastStatusFeedBack.set(QString());
             showResults(false, QStringLiteral("Scan Failed - make sure your preferences are set correctly"));

@@ -56,7 +56,8 @@ bool Support::driveOk(const Drive &drive) const
 {
     const DriveRecord d = drive.record();
     if (d.info1.contains(QStringLiteral("HH9")) || d.info3.contains(QStringLiteral("TD9")))
-        return userOptionPrompt(QString(), QString(), QStringLiteral("Proceed"), QStringLiteral("Cancel")) == 0;
+        return userOptionPrompt(QString(), QString(), QStringLiteral("Proceed"), QStringLiteral("Cancel")) ==
+               0;
     return true;
 }
 

@@ -32,7 +32,8 @@ public:
 
     // Dialogs (GUI thread only)
     QString getString(const QString &title, const QString &question, const QString &defaultValue) const;
-    int userOptionPrompt(const QString &title, const QString &question, const QString &t1, const QString &t2) const;
+    int userOptionPrompt(const QString &title, const QString &question, const QString &t1,
+                         const QString &t2) const;
     QString pickFile(const QStringList &fileTypes) const;
     QString pickFolder() const;
 

@@ -95,8 +95,8 @@ int WidgetDialogs::userOptionPrompt(const QString &title, const QString &questio
 
 bool WidgetDialogs::confirm(const QString &title, const QString &message)
 {
-    return runMessageBox(QMessageBox::Warning, title, message, {QStringLiteral("OK"), QStringLiteral("Cancel")}) ==
-           0;
+    return runMessageBox(QMessageBox::Warning, title, message,
+                         {QStringLiteral("OK"), QStringLiteral("Cancel")}) == 0;
 }
 
 void WidgetDialogs::inform(const QString &title, const QString &informative)

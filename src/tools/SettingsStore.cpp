@@ -37,8 +37,8 @@ void preserveIfDamaged(QSettings &s)
     const QString file = s.fileName();
     if (!QFileInfo::exists(file) || !preservedPath().isEmpty())
         return;
-    const QString copy =
-        file + QStringLiteral(".damaged-") + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
+    const QString copy = file + QStringLiteral(".damaged-") +
+                         QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
     if (QFile::copy(file, copy))
         preservedPath() = copy;
 }

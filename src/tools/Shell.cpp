@@ -30,8 +30,9 @@ QString shellLaunch(const QString &launchPath, const QStringList &arguments,
 
 QString commandShell()
 {
-    static const QString shell =
-        QFileInfo(QStringLiteral("/bin/zsh")).isExecutable() ? QStringLiteral("/bin/zsh") : QStringLiteral("/bin/sh");
+    static const QString shell = QFileInfo(QStringLiteral("/bin/zsh")).isExecutable()
+                                     ? QStringLiteral("/bin/zsh")
+                                     : QStringLiteral("/bin/sh");
     return shell;
 }
 

@@ -30,7 +30,8 @@ QStringList DriveTableModel::linesFor(const DriveRecord &drive, int row)
 {
     return {QStringLiteral("Drive") + QString::number(row + 1) + QStringLiteral(" (") + drive.id +
                 QStringLiteral(")"),
-            drive.info1, QStringLiteral("FW: ") + drive.info3, drive.info2, QStringLiteral("TAPE: ") + drive.label};
+            drive.info1, QStringLiteral("FW: ") + drive.info3, drive.info2,
+            QStringLiteral("TAPE: ") + drive.label};
 }
 
 QVariant DriveTableModel::data(const QModelIndex &index, int role) const

@@ -91,7 +91,8 @@ public:
     void startProgress();
     void endProgress();
     void enableButtons(bool enabled);
-    void showCloseAlert(const QString &title, const QString &message, const std::function<void(bool)> &completion);
+    void showCloseAlert(const QString &title, const QString &message,
+                        const std::function<void(bool)> &completion);
     void refreshDriveTable();
 
     // Drive scan

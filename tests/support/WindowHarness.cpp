@@ -135,7 +135,8 @@ DialogScript &DialogScript::choosePath(const QString &path)
 
 DialogScript &DialogScript::cancelPicker()
 {
-    return then([](QWidget *d, const SeenDialog &) { QMetaObject::invokeMethod(d, "reject", Qt::QueuedConnection); });
+    return then(
+        [](QWidget *d, const SeenDialog &) { QMetaObject::invokeMethod(d, "reject", Qt::QueuedConnection); });
 }
 
 void DialogScript::poll()

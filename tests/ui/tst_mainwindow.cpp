@@ -71,7 +71,8 @@ private Q_SLOTS:
 
     void startWithValidPathsScansOnce()
     {
-        useFakeTools(QStringLiteral("echo run >> \"$HOME/scan-count\"\n") + QString::fromLatin1(kTwoDriveScan));
+        useFakeTools(QStringLiteral("echo run >> \"$HOME/scan-count\"\n") +
+                     QString::fromLatin1(kTwoDriveScan));
         ViewController vc;
         vc.viewDidLoad({QStringLiteral("tapedesk")});
         vc.show();
@@ -96,16 +97,21 @@ private Q_SLOTS:
         vc.btnScan();
         QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(paneText(vc), QStringLiteral("\nRunning Scan - Please Wait....\n.....Scan Executed\nScan Complete"));
+        QCOMPARE(paneText(vc),
+                 QStringLiteral("\nRunning Scan - Please Wait....\n.....Scan Executed\nScan Complete"));
         QCOMPARE(vc.driveModel()->rowCount(), 3);
-        const QStringList first = vc.driveModel()->index(0, 0).data(DriveTableModel::LinesRole).toStringList();
+        const QStringList first =
+            vc.driveModel()->index(0, 0).data(DriveTableModel::LinesRole).toStringList();
         QCOMPARE(first, (QStringList{QStringLiteral("Drive1 (tape0)"), QStringLiteral("Corvel LTO8 HH"),
                                      QStringLiteral("FW: F1A2"), QStringLiteral("S/N:1111111111"),
                                      QStringLiteral("TAPE: ")}));
         QCOMPARE(vc.driveModel()->index(2, 0).data(DriveTableModel::MountedRole).toBool(), true);
         QCOMPARE(vc.driveModel()->index(1, 0).data(DriveTableModel::MountedRole).toBool(), false);
-        QVERIFY(vc.driveModel()->index(2, 0).data(Qt::AccessibleTextRole).toString().startsWith(
-            QStringLiteral("Drive3 (tape9)\nCorvel LTO8 HH")));
+        QVERIFY(vc.driveModel()
+                    ->index(2, 0)
+                    .data(Qt::AccessibleTextRole)
+                    .toString()
+                    .startsWith(QStringLiteral("Drive3 (tape9)\nCorvel LTO8 HH")));
     }
 
     void scanWithMissingToolKeepsRows()
@@ -118,10 +124,12 @@ private Q_SLOTS:
         ITDT_PATH.set(TestHome::path() + QStringLiteral("/no-such-itdt"));
         vc.ui.rightScrollView->clear();
         vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Failed - make sure your preferences are set correctly")));
+        QVERIFY(
+            waitForPane(vc, QStringLiteral("Scan Failed - make sure your preferences are set correctly")));
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(paneText(vc), QStringLiteral("\nRunning Scan - Please Wait....\nScan Failed - make sure your "
-                                              "preferences are set correctly"));
+        QCOMPARE(paneText(vc),
+                 QStringLiteral("\nRunning Scan - Please Wait....\nScan Failed - make sure your "
+                                "preferences are set correctly"));
         QCOMPARE(vc.driveModel()->rowCount(), 2);
         QCOMPARE(statusOf(vc.ui.btnScan), QStringLiteral("In Process Button"));
     }
@@ -142,7 +150,8 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape1 Selected"));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(vc.selectedDrive.get()->id(), QStringLiteral("tape1"));
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnRetriveLog) == QStringLiteral("In Process Button"); }));
+        QVERIFY(
+            waitUntil([&] { return statusOf(vc.ui.btnRetriveLog) == QStringLiteral("In Process Button"); }));
         vc.ui.tableView->selectRow(2);
         QVERIFY(waitForPane(vc, QStringLiteral("tape5 Selected")));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
