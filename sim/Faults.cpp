@@ -29,7 +29,9 @@ bool deviceMatches(std::string_view wanted, const std::string &given)
         return true;
     if (given.empty())
         return false;
-    return wanted == given || shortName(wanted) == shortName(given);
+    const std::string wantedShort = shortName(wanted);
+    const std::string givenShort = shortName(given);
+    return wanted == given || wantedShort == given || wanted == givenShort || wantedShort == givenShort;
 }
 
 Fault parseMode(std::string_view mode)

@@ -76,8 +76,10 @@ private slots:
         QVERIFY(forced.out.isEmpty());
         QVERIFY(forced.err.contains("LTFS15049I Checking the medium (load).\n"));
         QVERIFY(forced.err.endsWith("LTFS15024I Medium formatted successfully.\n"));
-        QVERIFY(itdt({"-f", "tape1", "readattr", "-p", "0", "-a", "0x806"}).outLines().at(1).startsWith(
-            "Barcode: XYZ789 "));
+        QVERIFY(itdt({"-f", "tape1", "readattr", "-p", "0", "-a", "0x806"})
+                    .outLines()
+                    .at(1)
+                    .startsWith("Barcode: XYZ789 "));
     }
 
     void badTapeSerialsAreUsageErrors_data()
@@ -133,7 +135,8 @@ private slots:
         const QString missing = TestHome::path() + QStringLiteral("/nowhere");
         const SimRun r = ltfs(missing, QStringLiteral("0"));
         QCOMPARE(r.status, 1);
-        QVERIFY(r.err.contains("fuse: bad mount point `" + missing.toUtf8() + "': No such file or directory"));
+        QVERIFY(
+            r.err.contains("fuse: bad mount point `" + missing.toUtf8() + "': No such file or directory"));
         QVERIFY(ltfsMountLines().isEmpty());
     }
 
@@ -149,7 +152,8 @@ private slots:
         QVERIFY(r.err.contains(" LTFS11031I Volume mounted successfully. TD0001 : Gen = 1 / (a, 5) -> (b, 5) "
                                "/ 1013000101.\n"));
         QVERIFY(r.err.contains(" LTFS17227I Tape attribute: Barcode = TD0001                          .\n"));
-        QCOMPARE(withoutThreadId(lines.last()), QByteArray("LTFS14113I Specified mount point is listed if succeeded."));
+        QCOMPARE(withoutThreadId(lines.last()),
+                 QByteArray("LTFS14113I Specified mount point is listed if succeeded."));
         QCOMPARE(ltfsMountLines(), QList<QByteArray>{ltfsMountLine(QStringLiteral("0"), mnt)});
         QCOMPARE(ltfs(makeDir(QStringLiteral("mnt/other")), QStringLiteral("tape0")).status, 1);
 
