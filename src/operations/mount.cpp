@@ -1,20 +1,211 @@
-// Tape mount: load, barcode read, ltfs. (Being built.)
+// Tape mount: itdt loads the cartridge and reads its barcode, ltfs mounts the
+// volume on /tmp/ltfs/mnt/<name>, and the drive is recorded as mounted. On a
+// drive already mounted the Mount button unmounts instead (unmount.cpp).
 
+#include "drives/Drive.h"
+#include "operations/MountParsing.h"
+#include "operations/Texts.h"
+#include "tools/Console.h"
+#include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
+
+#include <QDir>
+#include <QLabel>
+#include <QThread>
 
 namespace tapedesk {
 
-void ViewController::btnMount(QAbstractButton *) {}
-void ViewController::mountDrive() {}
+namespace {
+const QString kMountQuestion = QStringLiteral(
+    "Please check tape is fully seated in the drive and correct type  (ex. LTO-7 tape in LTO-7 drive). "
+    "Tape must be formatted. Please check and format if needed before mounting");
+const QString kNoDriveSelected = QStringLiteral("Error: No drive selected");
+const QString kMountFailedLine =
+    QStringLiteral("Mount Error: Please check that a formated tape was inserted");
+} // namespace
+
+void ViewController::btnMount(QAbstractButton *)
+{
+    if (!support.isPreferencesSet()) {
+        showResults(true, MSG_NO_PREFERENCES);
+        return;
+    }
+    const DrivePtr drive = selectedDrive.get();
+    if (!drive) {
+        changeButtonStatus(ui.btnMount, 1, true);
+        showResults(true, kNoDriveSelected);
+        return;
+    }
+    // Refused before the question: no answer could make this name a mount point.
+    if (refuseUnsafeMountName(drive, drive->mounted() ? QStringLiteral("Unmount") : QStringLiteral("Mount")))
+        return;
+    changeButtonStatus(ui.btnMount, 2, true);
+    if (!drive->mounted()) {
+        if (support.userOptionPrompt(QStringLiteral("Mount Tape"), kMountQuestion, QStringLiteral("Ok"),
+                                     QStringLiteral("Cancel")) <= 0) {
+            mountDrive();
+            refreshDriveTable();
+        }
+    } else {
+        unMountDrive();
+    }
+    // The mount is still running here; its background part sets the status again.
+    changeButtonStatus(ui.btnMount, 0, true);
+}
+
+void ViewController::mountDrive()
+{
+    // The format workflow calls this directly, so the checks of the button
+    // are repeated for it.
+    const DrivePtr drive = selectedDrive.get();
+    if (!drive) {
+        changeButtonStatus(ui.btnMount, 1, true);
+        showResults(true, kNoDriveSelected);
+        return;
+    }
+    if (refuseUnsafeMountName(drive, QStringLiteral("Mount")))
+        return;
+    runInBackground([this, drive] { mountInBackground(drive); });
+}
+
+void ViewController::mountInBackground(const DrivePtr &drive)
+{
+    startProgress();
+    showResults(true, QStringLiteral("Mounting Tape"));
+    runLoadVerb(drive, QStringLiteral("load"));
+    changeButtonStatus(ui.btnMount, 2, true);
+    showResults(false, QStringLiteral("      Loading Media"));
+    showResults(false, QStringLiteral("      Getting Tape Address"));
+    const QString address = getSelectedDriveAddress(drive);
+    drive->update([&](DriveRecord &r) { r.address = address; });
+
+    auto failWith = [&](const QStringList &lines, bool showError) {
+        for (const QString &line : lines)
+            showResults(false, line);
+        drive->setMounted(false);
+        postToMain([this] { setMountLabel(QStringLiteral("MOUNT")); });
+        changeButtonStatus(ui.btnMount, 1, showError);
+        endProgress();
+    };
+
+    const QString code = lastExitCode.get();
+    if (code == QStringLiteral("5")) {
+        failWith({QStringLiteral("      Mount Error"),
+                  QStringLiteral("      Please check that a formatted tape was inserted")},
+                 false);
+        return;
+    }
+    if (code != ERROR_CODE_OK) {
+        failWith({QStringLiteral("      Getting Tape Address Failed"), QStringLiteral("      Mount Failed")},
+                 false);
+        return;
+    }
+
+    const DriveRecord record = drive->record();
+    const QString mountPoint = kMountRoot + record.name;
+    showResults(false, kMountRoot + QStringLiteral(" ") + record.name);
+    showResults(false, QStringLiteral("devname= ") + record.name);
+
+    // FUSE refuses a missing mount point, and /tmp is emptied at every boot.
+    if (!QDir().mkpath(mountPoint)) {
+        failWith({kMountFailedLine, QStringLiteral("Cannot create the mount point ") + mountPoint}, true);
+        return;
+    }
+    // A launch that fails leaves the previous tool's standard error behind;
+    // only ltfs's own may decide this mount.
+    lastErrorOutput.set(QString());
+    runTool(LTFS_PATH.get().value_or(QString()),
+            {mountPoint, QStringLiteral("-o"), QStringLiteral("devname=") + ltfsDevice(record),
+             QStringLiteral("-o"), QStringLiteral("eject")});
+
+    const QString stderrText = lastErrorOutput.get();
+    const std::optional<QString> volume = volumeFromLtfsStderr(stderrText);
+    if (!volume) {
+        failWith({kMountFailedLine, stderrText}, true);
+        return;
+    }
+    drive->update([&](DriveRecord &r) { r.label = *volume; });
+
+    showResults(false, lastStatusFeedBack.get());
+    showResults(false, QStringLiteral("Mount Complete"));
+    postToMain([this] { setMountLabel(QStringLiteral("UNMOUNT")); });
+    support.saveDriveInfo(*drive);
+    endProgress();
+    // The list may have been rebuilt by a scan meanwhile: mark the drive that
+    // is listed now under the same id, if any.
+    const QString id = record.id;
+    for (const DrivePtr &listed : driveList.snapshot()) {
+        if (listed->id() == id) {
+            listed->setMounted(true);
+            selectedDrive.set(listed);
+            refreshDriveTable();
+            break;
+        }
+    }
+    changeButtonStatus(ui.btnMount, 0, true);
+}
+
+bool ViewController::refuseUnsafeMountName(const DrivePtr &drive, const QString &operation)
+{
+    const QString name = drive->name();
+    if (isSafeMountName(name))
+        return false;
+    showResults(true, unsafeMountNameMessage(operation, name));
+    changeButtonStatus(ui.btnMount, 1, false);
+    return true;
+}
+
 bool ViewController::isTapeMounted()
 {
-    return false;
+    const auto listMounts = [this] { return shell(QStringLiteral("mount | grep ltfs")); };
+    // Every caller is on the GUI thread, where the window must keep painting.
+    const QString output = QThread::currentThread() == thread() ? runResponsive(listMounts) : listMounts();
+    if (output.isEmpty())
+        return false;
+    const DrivePtr drive = selectedDrive.get();
+    const QString name = drive ? drive->name() : QString();
+    consoleLine(QStringView(QStringLiteral("/mnt/") + name));
+    consoleLine(QStringView(output));
+    return mountOutputShows(output, name);
 }
+
 QString ViewController::getSelectedDriveAddress()
 {
+    const DrivePtr drive = selectedDrive.get();
+    return drive ? getSelectedDriveAddress(drive) : QString();
+}
+
+QString ViewController::getSelectedDriveAddress(const DrivePtr &drive)
+{
+    const QString id = drive->id();
+    showResults(false, QStringLiteral("Starting getSelectedDriveAddress for: ") + id);
+    runTool(ITDT_PATH.get().value_or(QString()),
+            {QStringLiteral("-f"), id, QStringLiteral("-w"), QStringLiteral("1"), QStringLiteral("readattr"),
+             QStringLiteral("-p"), QStringLiteral("0"), QStringLiteral("-a"), QStringLiteral("0x806"),
+             QStringLiteral("-d"), QStringLiteral("/dev/stdout")});
+    if (lastRunSucceeded())
+        return barcodeFromAttributeRead(lastStatusFeedBack.get());
+    showResults(false, QStringLiteral("getSelectedDriveAddress has failed for: ") + id);
     return {};
 }
-void ViewController::loadTape() {}
-void ViewController::unLoadTape() {}
+
+void ViewController::loadTape()
+{
+    if (const DrivePtr drive = selectedDrive.get())
+        runLoadVerb(drive, QStringLiteral("load"));
+}
+
+void ViewController::unLoadTape()
+{
+    if (const DrivePtr drive = selectedDrive.get())
+        runLoadVerb(drive, QStringLiteral("unload"));
+}
+
+void ViewController::runLoadVerb(const DrivePtr &drive, const QString &verb)
+{
+    const QString output = OUTPUT_FOLDER.get().value_or(QString());
+    runTool(ITDT_PATH.get().value_or(QString()), {QStringLiteral("-R"), output, QStringLiteral("-LP"), output,
+                                                  QStringLiteral("-f"), drive->id(), verb});
+}
 
 } // namespace tapedesk

@@ -162,6 +162,13 @@ private:
     void buildLayout();
     void connectActions();
     void setMountLabel(const QString &text);
+    // Mount steps act on one drive: the one selected when the mount started.
+    void mountInBackground(const DrivePtr &drive);
+    void runLoadVerb(const DrivePtr &drive, const QString &verb);
+    QString getSelectedDriveAddress(const DrivePtr &drive);
+    // Shows why and fails the Mount button when the drive's name cannot be a
+    // mount point; `operation` is "Mount" or "Unmount".
+    bool refuseUnsafeMountName(const DrivePtr &drive, const QString &operation);
 
     DriveTableModel *m_model = nullptr;
     bool m_appeared = false;

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+
+namespace tapedesk {
+
+// The texts the mount and unmount read back from itdt, ltfs and the mount
+// table. Plain text in, plain text out, so they can be fuzzed without a window.
+
+// The barcode from itdt's attribute read: the second blank-separated word of
+// the second line, cut at every single blank. "" when the output has fewer
+// lines or words.
+QString barcodeFromAttributeRead(const QString &output);
+
+// The volume text ltfs reports on standard error between "Volume mounted
+// successfully. " and the next " : ", as it is. nullopt when either is missing.
+std::optional<QString> volumeFromLtfsStderr(const QString &stderrText);
+
+// Whether the mount table text shows a volume at "/mnt/" + name.
+bool mountOutputShows(const QString &mountOutput, const QString &name);
+
+// The pane line for a drive whose name cannot be a mount point; `operation`
+// is "Mount" or "Unmount". Control characters in the name are shown escaped.
+QString unsafeMountNameMessage(const QString &operation, const QString &name);
+
+} // namespace tapedesk
