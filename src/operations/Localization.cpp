@@ -5,6 +5,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+// The tables are compiled into tapedesk_core, a static library: the linker
+// leaves its resource object out of every program unless something refers
+// to it, and the lookups would then answer with the keys themselves.
+static void initErrorTables()
+{
+    Q_INIT_RESOURCE(tapedesk);
+}
+
 namespace tapedesk {
 
 namespace {
@@ -29,7 +37,10 @@ struct Tables
 
 const Tables &tables()
 {
-    static const Tables t; // thread-safe static init; read-only afterwards
+    static const Tables t = [] {
+        initErrorTables();
+        return Tables();
+    }(); // thread-safe static init; read-only afterwards
     return t;
 }
 
