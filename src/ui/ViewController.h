@@ -126,6 +126,12 @@ public:
     void standardTest();
     void btnHostValidation(QAbstractButton *sender = nullptr);
     void hostValidation();
+    // Runs itdt on the selected drive in the form the diagnostics share (-R
+    // and -LP the output folder, -f the drive's id, then `commandWord`) and
+    // records the result. False, with nothing run, when the itdt path, the
+    // output folder or the selection is unset; otherwise whether the run left
+    // the success code. Defined in operations/standardtest.cpp.
+    bool runDiagnostic(const QString &commandWord);
 
     // Mounted-drive records
     void btnClearPreferences(QAbstractButton *sender = nullptr);

@@ -1,6 +1,8 @@
 #include "support/WindowHarness.h"
 
+#include "drives/Drive.h"
 #include "support/TestEnv.h"
+#include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
@@ -10,6 +12,8 @@
 #include <QDeadlineTimer>
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -219,6 +223,37 @@ void useSimulator()
 QString statusOf(QWidget *button)
 {
     return button->property("statusImage").toString();
+}
+
+void resetSimulator()
+{
+    QDir(QString::fromLocal8Bit(qgetenv("TAPESIM_HOME"))).removeRecursively();
+}
+
+bool mountWithSimulator(const QString &driveName)
+{
+    const QString point = kMountRoot + driveName;
+    QDir().mkpath(point);
+    runProcess(simBinDir() + QStringLiteral("/ltfs"),
+               {point, QStringLiteral("-o"), QStringLiteral("devname=") + driveName, QStringLiteral("-o"),
+                QStringLiteral("eject")},
+               StreamMode::Separate);
+    const ProcessResult table = runProcess(simBinDir() + QStringLiteral("/mount"), {}, StreamMode::Separate);
+    return QString::fromUtf8(table.out).contains(QStringLiteral(" on ") + point +
+                                                 QStringLiteral(" type fuse"));
+}
+
+QList<QStringList> simInvocations(const QString &logPath)
+{
+    QList<QStringList> runs;
+    for (const QByteArray &line : readFile(logPath).split('\n')) {
+        QStringList argv;
+        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
+            argv << v.toString();
+        if (!argv.isEmpty())
+            runs << argv;
+    }
+    return runs;
 }
 
 } // namespace tapedesk::test
