@@ -81,6 +81,7 @@ void ViewController::buildLayout()
         b->setAccessibleName(text);
         b->setIconSize(QSize(18, 18));
         b->setMinimumHeight(34);
+        b->setMinimumWidth(b->sizeHint().width() + 24); // room for the status image
         return b;
     };
     ui.btnScan = makeButton(QStringLiteral("Scan"), "btnScan");
@@ -109,28 +110,34 @@ void ViewController::buildLayout()
             l->addWidget(w);
         return box;
     };
-    auto *actions = new QHBoxLayout;
-    actions->setSpacing(10);
-    actions->addWidget(group(QStringLiteral("Drives"), {ui.btnScan}));
-    actions->addWidget(group(QStringLiteral("Tape"), {ui.btnMount, ui.lblMount, ui.btnFormat}));
-    actions->addWidget(group(QStringLiteral("Diagnostics"),
-                             {ui.btnTest, ui.btnHostValidation, ui.btnRetriveLog, ui.btnUpgrade}));
-    right->addLayout(actions);
+    // Two rows so every caption fits: the everyday tape actions first, the
+    // diagnostics (which want a blank tape) below them.
+    auto *everyday = new QHBoxLayout;
+    everyday->setSpacing(10);
+    everyday->addWidget(group(QStringLiteral("Drives"), {ui.btnScan}));
+    everyday->addWidget(group(QStringLiteral("Tape"), {ui.btnMount, ui.lblMount, ui.btnFormat}));
+    everyday->addStretch(1);
+    right->addLayout(everyday);
 
-    auto *statusRow = new QHBoxLayout;
+    auto *diagnostics = new QHBoxLayout;
+    diagnostics->setSpacing(10);
+    diagnostics->addWidget(group(QStringLiteral("Diagnostics"),
+                                 {ui.btnTest, ui.btnHostValidation, ui.btnRetriveLog, ui.btnUpgrade}));
+    diagnostics->addStretch(1);
+    diagnostics->addWidget(ui.btnClearPreferences, 0, Qt::AlignBottom);
+    right->addLayout(diagnostics);
+
     ui.progressIndicator = new QProgressBar(central);
     ui.progressIndicator->setObjectName(QStringLiteral("progressIndicator"));
     ui.progressIndicator->setAccessibleName(QStringLiteral("Progress"));
     ui.progressIndicator->setRange(0, 0); // busy, not a percentage
     ui.progressIndicator->setTextVisible(false);
-    ui.progressIndicator->setMaximumHeight(10);
+    ui.progressIndicator->setMaximumHeight(8);
     QSizePolicy keep = ui.progressIndicator->sizePolicy();
     keep.setRetainSizeWhenHidden(true);
     ui.progressIndicator->setSizePolicy(keep);
     ui.progressIndicator->hide();
-    statusRow->addWidget(ui.progressIndicator, 1);
-    statusRow->addWidget(ui.btnClearPreferences);
-    right->addLayout(statusRow);
+    right->addWidget(ui.progressIndicator);
 
     ui.rightScrollView = new QPlainTextEdit(central);
     ui.rightScrollView->setObjectName(QStringLiteral("rightScrollView"));
