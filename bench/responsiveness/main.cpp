@@ -1,0 +1,275 @@
+// The longest time the GUI thread goes without an event-loop turn while an
+// operation runs against the simulator. A 5 ms heartbeat timer notes every
+// turn; a gap much longer than 5 ms means the window froze for that long.
+//
+// Runs offscreen in a temporary home whose four paths point at the simulator.
+// Output ends with one line per figure:
+//   mount_max_gui_gap: 7.1 ms (target <= 50 ms) ok
+// Exit status 1 when a figure misses its target or a scenario cannot run.
+
+#include "drives/Drive.h"
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+#include "ui/ViewController.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QThreadPool>
+#include <QTimer>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+using namespace tapedesk;
+
+namespace {
+
+constexpr int kHeartbeatMs = 5;
+constexpr double kTargetMs = 50.0;
+constexpr int kScenarioLimitMs = 60000;
+
+// Counts event-loop turns through a fast timer and keeps the longest gap.
+class Heartbeat
+{
+public:
+    Heartbeat()
+    {
+        m_timer.setTimerType(Qt::PreciseTimer);
+        m_timer.setInterval(kHeartbeatMs);
+        QObject::connect(&m_timer, &QTimer::timeout, [this] { beat(); });
+    }
+
+    void start()
+    {
+        m_clock.start();
+        m_last = 0;
+        m_maxGapNs = 0;
+        m_beats = 0;
+        m_timer.start();
+    }
+
+    void stop()
+    {
+        beat();
+        m_timer.stop();
+    }
+
+    double maxGapMs() const { return static_cast<double>(m_maxGapNs) / 1e6; }
+    double elapsedS() const { return static_cast<double>(m_last) / 1e9; }
+    int beats() const { return m_beats; }
+
+private:
+    void beat()
+    {
+        const qint64 now = m_clock.nsecsElapsed();
+        m_maxGapNs = std::max(m_maxGapNs, now - m_last);
+        m_last = now;
+        ++m_beats;
+    }
+
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    qint64 m_last = 0;
+    qint64 m_maxGapNs = 0;
+    int m_beats = 0;
+};
+
+// Runs the event loop until `done` holds or `limitMs` passes.
+bool runUntil(const std::function<bool()> &done, int limitMs)
+{
+    QEventLoop loop;
+    QTimer check;
+    check.setInterval(2);
+    QObject::connect(&check, &QTimer::timeout, [&] {
+        if (done())
+            loop.quit();
+    });
+    QTimer::singleShot(limitMs, &loop, &QEventLoop::quit);
+    check.start();
+    loop.exec();
+    return done();
+}
+
+bool paneShows(ViewController &vc, const QString &text)
+{
+    return vc.ui.rightScrollView->toPlainText().contains(text);
+}
+
+bool idle(ViewController &vc)
+{
+    return QThreadPool::globalInstance()->activeThreadCount() == 0 && vc.ui.btnScan->isEnabled() &&
+           vc.ui.tableView->isEnabled();
+}
+
+// One measured operation. `prepare` brings the window into the state the
+// operation starts from and is not measured; the heartbeat runs from `start`
+// until `finished` holds.
+struct Scenario
+{
+    QString figure;
+    QString description;
+    std::function<bool(ViewController &)> prepare;
+    std::function<void(ViewController &)> start;
+    std::function<bool(ViewController &)> finished;
+};
+
+bool mountSelected(ViewController &vc)
+{
+    vc.ui.rightScrollView->clear();
+    vc.mountDrive();
+    return runUntil([&] { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); },
+                    kScenarioLimitMs);
+}
+
+bool selectFirstDrive(ViewController &vc)
+{
+    if (!runUntil([&] { return vc.ui.tableView->model()->rowCount() > 0 && idle(vc); }, kScenarioLimitMs))
+        return false;
+    vc.ui.tableView->selectRow(0);
+    return runUntil([&] { return vc.selectedDrive.get() != nullptr; }, 2000);
+}
+
+// The list of what is measured, in order. Each scenario leaves the window
+// idle for the next. To measure another operation (the forced reformat, for
+// one), append a Scenario here: its prepare sets up the simulator and the
+// selection, its start calls the operation, its finished waits for the pane
+// line that ends it and for idle().
+QList<Scenario> scenarios()
+{
+    return {
+        Scenario{
+            QStringLiteral("mount_max_gui_gap"),
+            QStringLiteral("mount of tape0 (load, barcode read, ltfs) from the background"),
+            [](ViewController &vc) {
+                qunsetenv("TAPESIM_UNMOUNT_DELAY");
+                return selectFirstDrive(vc) && !vc.selectedDrive.get()->mounted();
+            },
+            [](ViewController &vc) {
+                vc.ui.rightScrollView->clear();
+                vc.mountDrive();
+            },
+            [](ViewController &vc) { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); }},
+        Scenario{
+            QStringLiteral("unmount_max_gui_gap"),
+            QStringLiteral("slow unmount of tape0 (umount, then 3 s polls of the mount table)"),
+            [](ViewController &vc) {
+                if (!vc.selectedDrive.get() && !selectFirstDrive(vc))
+                    return false;
+                if (!vc.selectedDrive.get()->mounted() && !mountSelected(vc))
+                    return false;
+                // The volume stays listed 4 s after umount, so the first poll waits.
+                qputenv("TAPESIM_UNMOUNT_DELAY", "4");
+                return true;
+            },
+            [](ViewController &vc) {
+                vc.ui.rightScrollView->clear();
+                vc.unMountDrive();
+            },
+            [](ViewController &vc) { return paneShows(vc, QStringLiteral("End unMountDrive")) && idle(vc); }},
+    };
+}
+
+// A home of its own with the four paths on the simulator, before any Qt
+// object reads the environment.
+void prepareHome(const QString &home)
+{
+    const QString bin = QStringLiteral(TAPEDESK_SIM_BIN);
+    const QByteArray h = QFile::encodeName(home);
+    qputenv("HOME", h);
+    qputenv("XDG_CONFIG_HOME", h + "/.config");
+    qputenv("XDG_DATA_HOME", h + "/.local/share");
+    qputenv("XDG_CACHE_HOME", h + "/.cache");
+    qputenv("TAPESIM_HOME", h + "/tapesim");
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Tool runs take a little time, as they would on a drive, but not minutes.
+    if (qEnvironmentVariableIsEmpty("TAPESIM_SPEED"))
+        qputenv("TAPESIM_SPEED", "0.05");
+    // "mount | grep ltfs" uses our PATH; "which umount" a login shell's.
+    qputenv("PATH", QFile::encodeName(bin) + ':' + qgetenv("PATH"));
+    QFile profile(home + QStringLiteral("/.bash_profile"));
+    if (profile.open(QIODevice::WriteOnly))
+        profile.write("export PATH=\"" + QFile::encodeName(bin) + ":$PATH\"\n");
+    QDir().mkpath(home + QStringLiteral("/.config"));
+    QDir().mkpath(home + QStringLiteral("/output"));
+}
+
+void usePaths(const QString &home)
+{
+    const QString bin = QStringLiteral(TAPEDESK_SIM_BIN);
+    const QString paths[][2] = {
+        {PreferenceKeys::itdt, bin + QStringLiteral("/itdt")},
+        {PreferenceKeys::ltfs, bin + QStringLiteral("/ltfs")},
+        {PreferenceKeys::mkltfs, bin + QStringLiteral("/mkltfs")},
+        {PreferenceKeys::output, home + QStringLiteral("/output")},
+    };
+    for (const auto &p : paths)
+        SettingsStore::setText(p[0], p[1]);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QTemporaryDir home;
+    if (!home.isValid()) {
+        std::fprintf(stderr, "cannot create a temporary home\n");
+        return 1;
+    }
+    prepareHome(home.path());
+    QApplication app(argc, argv);
+    app.setOrganizationName(QStringLiteral("TapeDesk"));
+    app.setApplicationName(QStringLiteral("TapeDeskBench"));
+    usePaths(home.path());
+
+    ViewController vc;
+    vc.show(); // validates the paths and scans, as at start-up
+
+    struct Figure
+    {
+        QString name;
+        double ms = -1;
+    };
+    QList<Figure> figures;
+    bool allRan = true;
+    Heartbeat heartbeat;
+    for (const Scenario &s : scenarios()) {
+        if (!s.prepare(vc)) {
+            std::printf("# %s: could not be prepared\n", qPrintable(s.figure));
+            std::fflush(stdout);
+            figures << Figure{s.figure};
+            allRan = false;
+            continue;
+        }
+        heartbeat.start();
+        s.start(vc);
+        const bool finished = runUntil([&] { return s.finished(vc); }, kScenarioLimitMs);
+        heartbeat.stop();
+        std::printf("# %s: %s; %d heartbeats over %.2f s%s\n", qPrintable(s.figure),
+                    qPrintable(s.description), heartbeat.beats(), heartbeat.elapsedS(),
+                    finished ? "" : "; DID NOT FINISH");
+        figures << Figure{s.figure, finished ? heartbeat.maxGapMs() : -1};
+        allRan = allRan && finished;
+    }
+
+    bool allOk = allRan;
+    for (const Figure &f : figures) {
+        const bool ok = f.ms >= 0 && f.ms <= kTargetMs;
+        allOk = allOk && ok;
+        if (f.ms < 0)
+            std::printf("%s: n/a ms (target <= %.0f ms) MISS\n", qPrintable(f.name), kTargetMs);
+        else
+            std::printf("%s: %.1f ms (target <= %.0f ms) %s\n", qPrintable(f.name), f.ms, kTargetMs,
+                        ok ? "ok" : "MISS");
+    }
+    std::fflush(stdout);
+    return allOk ? 0 : 1;
+}
