@@ -17,6 +17,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -28,7 +29,10 @@ struct FileTime
 {
     qint64 seconds = 0;
     quint32 nanoseconds = 0;
-    auto operator<=>(const FileTime &) const = default;
+    bool operator<(const FileTime &other) const
+    {
+        return std::tie(seconds, nanoseconds) < std::tie(other.seconds, other.nanoseconds);
+    }
 };
 
 FileTime timeOf(const struct statx_timestamp &t)
@@ -88,7 +92,7 @@ bool copyToDisk(const QString &source, const QString &destination, QString &erro
         return false;
     }
     QFile out(destination);
-    if (!out.open(QIODevice::ReadWrite) || ::fsync(out.handle()) != 0) {
+    if (!out.open(QIODevice::ReadOnly) || ::fsync(out.handle()) != 0) {
         error = out.errorString();
         return false;
     }
