@@ -8,7 +8,8 @@ namespace tapedesk {
 
 // The per-user store (QSettings, native format). The one place that touches it:
 // a value that is missing or of another type reads as absent, and a file that
-// cannot be parsed is kept aside before anything is written over it.
+// cannot be read or parsed counts as empty and is moved aside, bytes intact,
+// before anything is written over it.
 namespace SettingsStore {
 
 std::optional<QString> text(const QString &key);
@@ -27,8 +28,8 @@ std::optional<bool> boolean(const QString &key);
 // Where the store lives, for tests and messages.
 QString fileName();
 
-// When the file on disk was unreadable or corrupt at the last access, the
-// path of the copy kept aside before the store was written again, else "".
+// Where the last unreadable or corrupt file was moved before the store was
+// written again, else "".
 QString preservedCopy();
 
 } // namespace SettingsStore
