@@ -53,7 +53,7 @@ inline QList<QStringList> toolRuns()
     QList<QStringList> runs;
     for (const QByteArray &line : readFile(toolLogPath()).split('\n')) {
         QStringList argv;
-        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
+        for (const auto &v : QJsonDocument::fromJson(line).array())
             argv << v.toString();
         if (!argv.isEmpty())
             runs << argv;

@@ -283,6 +283,43 @@ private Q_SLOTS:
         QVERIFY(vc.isTapeMounted());
     }
 
+    void mountStaysOnTheDriveItStartedWith()
+    {
+        ViewController vc;
+        QVERIFY(scanAndSelect(vc, 0));
+        const DrivePtr tape0 = vc.selectedDrive.get();
+        const DrivePtr tape1 = vc.driveModel()->driveAt(1);
+        vc.mountDrive();
+        vc.selectedDrive.set(tape1); // the operator's selection moves while the tools run
+        settle();
+        QVERIFY(paneText(vc).contains(QStringLiteral("Starting getSelectedDriveAddress for: tape0\n")));
+        QVERIFY(paneText(vc).endsWith(QStringLiteral("\nMount Complete")));
+        QVERIFY(tape0->mounted());
+        QCOMPARE(tape0->record().address, QStringLiteral("TD0001"));
+        QVERIFY(!tape1->mounted());
+        QCOMPARE(tape1->record().address, QString());
+        QCOMPARE(vc.selectedDrive.get(), tape0);
+        QCOMPARE(SettingsStore::textList(DriveStateStore::kMountedDrivesKey).value_or(QStringList()),
+                 QStringList{QStringLiteral("1013000101")});
+    }
+
+    void driveNoLongerListedIsRecordedButNotMarked()
+    {
+        ViewController vc;
+        QVERIFY(scanAndSelect(vc, 0));
+        const DrivePtr tape0 = vc.selectedDrive.get();
+        driveList.clear(); // a rescan rebuilt the list meanwhile, without this drive
+        vc.mountDrive();
+        settle();
+        QVERIFY(paneText(vc).endsWith(QStringLiteral("\nMount Complete")));
+        QVERIFY(!tape0->mounted());
+        QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
+        QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
+        QCOMPARE(SettingsStore::textList(DriveStateStore::kMountedDrivesKey).value_or(QStringList()),
+                 QStringList{QStringLiteral("1013000101")});
+        QCOMPARE(vc.driveModel()->index(0, 0).data(DriveTableModel::MountedRole).toBool(), false);
+    }
+
     void unsafeNamesNeverReachATool_data()
     {
         QTest::addColumn<QString>("name");

@@ -128,6 +128,24 @@ private Q_SLOTS:
         QVERIFY(!vc.timer->isActive());
     }
 
+    void driveNoLongerListedIsStillUnmountedAndForgotten()
+    {
+        ViewController vc;
+        QVERIFY(mountTape0(vc));
+        const DrivePtr tape0 = vc.selectedDrive.get();
+        driveList.clear(); // a rescan rebuilt the list meanwhile, without this drive
+        vc.unMountDrive();
+        settle();
+        QVERIFY(tape0->mounted()); // no flag changes without the drive in the list
+        QCOMPARE(tape0->record().label, QStringLiteral("TD0001"));
+        QCOMPARE(runsOf(QStringLiteral("umount")).size(), 1);
+        QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), kPollsDoneMs));
+        settle();
+        QCOMPARE(paneText(vc), QStringLiteral("\nUnmounting Tape: /tmp/ltfs/mnt/0") + kCompletion);
+        QCOMPARE(storedMounts(), QStringList());
+        QCOMPARE(vc.driveModel()->index(0, 0).data(DriveTableModel::MountedRole).toBool(), true);
+    }
+
     void pollWithoutSelectionRemovesNothing()
     {
         DriveRecord remembered;
