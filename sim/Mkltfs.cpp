@@ -169,7 +169,7 @@ int run(const Options &o, Context &ctx)
     ctx.err("LTFS15010I Creating data partition b on SCSI partition 1.");
     ctx.err("LTFS15011I Creating index partition a on SCSI partition 0.");
     ctx.err("LTFS11097I Partitioning the medium.");
-    ctx.wait(2.0);
+    ctx.wait(3.0);
     for (const char *partition : {"b", "a"}) {
         ctx.err(std::string("LTFS11100I Writing label to partition ") + partition + ".");
         ctx.wait(0.5);

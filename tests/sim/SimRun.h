@@ -29,6 +29,8 @@ inline SimRun runSim(const QString &tool, const QStringList &args, const QString
 {
     QProcess p;
     QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+    if (!e.contains(QStringLiteral("TAPESIM_SPEED")))
+        e.insert(QStringLiteral("TAPESIM_SPEED"), QStringLiteral("0"));
     for (const QString &kv : env)
         e.insert(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
     p.setProcessEnvironment(e);
