@@ -4,6 +4,7 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -45,6 +46,30 @@ int runMessageBox(QMessageBox::Icon icon, const QString &text, const QString &in
     box.exec();
     return static_cast<int>(added.indexOf(qobject_cast<QPushButton *>(box.clickedButton())));
 }
+
+// The file picker with types: the list shows only files of those types, but a
+// name typed into the field bypasses that list. Such a file is refused the
+// same way, and the picker stays open for another choice.
+class TypedFileDialog final : public QFileDialog
+{
+public:
+    TypedFileDialog(QWidget *parent, const QString &caption, const QStringList &types)
+        : QFileDialog(parent, caption), m_types(types)
+    {}
+
+protected:
+    void accept() override
+    {
+        const QStringList chosen = selectedFiles();
+        if (!m_types.isEmpty() && !chosen.isEmpty() && QFileInfo(chosen.constFirst()).isFile() &&
+            !m_types.contains(QFileInfo(chosen.constFirst()).suffix(), Qt::CaseInsensitive))
+            return;
+        QFileDialog::accept();
+    }
+
+private:
+    QStringList m_types;
+};
 
 } // namespace
 
@@ -106,7 +131,7 @@ void WidgetDialogs::inform(const QString &title, const QString &informative)
 
 QString WidgetDialogs::pickFile(const QStringList &fileTypes)
 {
-    QFileDialog panel(dialogParent(), kPickFileTitle);
+    TypedFileDialog panel(dialogParent(), kPickFileTitle, fileTypes);
     panel.setOption(QFileDialog::DontUseNativeDialog, true);
     panel.setFileMode(QFileDialog::ExistingFile);
     panel.setFilter(panel.filter() | QDir::Hidden);
