@@ -9,23 +9,27 @@ namespace tapedesk {
 QString shellLaunch(const QString &launchPath, const QStringList &arguments,
                     Synchronized<QString> &lastErrorOutput, const ChunkObserver &observer)
 {
-    QByteArray output;
-    if (!launchPath.isEmpty() && QFileInfo::exists(launchPath)) {
-        ProcessResult r = runProcess(launchPath, arguments, StreamMode::Separate, observer);
-        if (r.started) {
-            output = std::move(r.out);
-            lastErrorOutput.set(QString::fromUtf8(r.err));
-        }
+    ProcessResult r;
+    if (!launchPath.isEmpty() && QFileInfo::exists(launchPath))
+        r = runProcess(launchPath, arguments, StreamMode::Separate, observer);
+    QString output;
+    if (r.started) {
+        output = QString::fromUtf8(r.out);
+        lastErrorOutput.set(QString::fromUtf8(r.err));
     }
-    // The raw bytes go to the console: one write, and the same text the
-    // operator's support would see from the tool itself.
+    // The raw bytes go to the console: one write each, and the same text the
+    // operator's support would see from the tool itself. A run that started
+    // nothing prints the error text it left in place.
     consoleLine(QByteArrayView("(*********** START ERROR ************************)"));
-    consoleLine(QStringView(lastErrorOutput.get()));
+    if (r.started)
+        consoleLine(QByteArrayView(r.err));
+    else
+        consoleLine(QStringView(lastErrorOutput.get()));
     consoleLine(QByteArrayView("(*********** END ERROR ********************)"));
     consoleLine(QByteArrayView("(*********** START ************************)"));
-    consoleLine(QByteArrayView(output));
+    consoleLine(QByteArrayView(r.out));
     consoleLine(QByteArrayView("(*********** END ********************)"));
-    return QString::fromUtf8(output);
+    return output;
 }
 
 QString commandShell()

@@ -1,0 +1,224 @@
+// How the command runner compares with the plain system doing the same work:
+//  - throughput: a child writes 256 MiB to stdout and 256 MiB to stderr in
+//    alternating 64 KiB chunks; shellLaunch collects both (and decodes them as
+//    text), against `bench_writer | cat > /dev/null` moving the same 512 MiB
+//    through one ordinary pipe;
+//  - per call: 500 runs of /bin/true through shellLaunch, against posix_spawn
+//    + waitpid of it with nothing collected.
+// Each figure is the median of a few repetitions, measured in the same run.
+// While shellLaunch is timed, this process's standard output (where its six
+// console lines go, the whole output included) points at /dev/null, so the
+// terminal's speed is not measured; the runner still formats and writes them.
+//
+//   bench_runner [MIB_PER_STREAM [REPETITIONS]]
+#include "tools/Shell.h"
+
+#include <QString>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
+
+using namespace tapedesk;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr qint64 kChunk = qint64(64) * 1024;
+constexpr int kCalls = 500;
+const char *const kWriter = BENCH_WRITER;
+
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> v)
+{
+    std::sort(v.begin(), v.end());
+    const size_t n = v.size();
+    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+[[noreturn]] void fail(const char *what)
+{
+    std::fprintf(stderr, "bench_runner: %s\n", what);
+    std::exit(1);
+}
+
+// Points fd 1 at /dev/null while it lives.
+class ConsoleToNull
+{
+public:
+    ConsoleToNull()
+    {
+        std::fflush(stdout);
+        m_saved = ::dup(STDOUT_FILENO);
+        const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ::dup2(null, STDOUT_FILENO);
+        ::close(null);
+    }
+    ~ConsoleToNull()
+    {
+        std::fflush(stdout);
+        ::dup2(m_saved, STDOUT_FILENO);
+        ::close(m_saved);
+    }
+    ConsoleToNull(const ConsoleToNull &) = delete;
+    ConsoleToNull &operator=(const ConsoleToNull &) = delete;
+
+private:
+    int m_saved = -1;
+};
+
+pid_t spawn(const char *path, char *const argv[], int in, int out)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (in >= 0)
+        posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+    if (out >= 0)
+        posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    pid_t pid = -1;
+    const int rc = ::posix_spawn(&pid, path, &actions, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0)
+        fail("cannot start a child");
+    return pid;
+}
+
+void waitFor(pid_t pid)
+{
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0) {
+    }
+}
+
+double shellFlood(qint64 perStream)
+{
+    Synchronized<QString> lastErrorOutput;
+    const QStringList args{QString::number(perStream), QString::number(kChunk), QStringLiteral("both")};
+    qsizetype outSize = 0;
+    double seconds = 0;
+    {
+        ConsoleToNull quiet;
+        const auto start = Clock::now();
+        const QString out = shellLaunch(QString::fromUtf8(kWriter), args, lastErrorOutput);
+        seconds = secondsSince(start);
+        outSize = out.size();
+    }
+    if (outSize != perStream || lastErrorOutput.get().size() != perStream)
+        fail("shellLaunch lost output");
+    return seconds;
+}
+
+double catPipe(qint64 perStream)
+{
+    std::string bytes = std::to_string(perStream);
+    std::string chunk = std::to_string(kChunk);
+    std::string single = "single";
+    char *writerArgv[] = {const_cast<char *>(kWriter), bytes.data(), chunk.data(), single.data(), nullptr};
+    std::string cat = "cat";
+    char *catArgv[] = {cat.data(), nullptr};
+
+    const auto start = Clock::now();
+    int p[2];
+    if (::pipe2(p, O_CLOEXEC) != 0)
+        fail("no pipe");
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t writer = spawn(kWriter, writerArgv, -1, p[1]);
+    const pid_t catPid = spawn("/bin/cat", catArgv, p[0], null);
+    ::close(p[0]);
+    ::close(p[1]);
+    ::close(null);
+    waitFor(writer);
+    waitFor(catPid);
+    return secondsSince(start);
+}
+
+double shellTruePerCall()
+{
+    Synchronized<QString> lastErrorOutput;
+    const QString path = QStringLiteral("/bin/true");
+    ConsoleToNull quiet;
+    const auto start = Clock::now();
+    for (int i = 0; i < kCalls; ++i)
+        shellLaunch(path, {}, lastErrorOutput);
+    return secondsSince(start) / kCalls;
+}
+
+double spawnTruePerCall()
+{
+    std::string name = "true";
+    char *argv[] = {name.data(), nullptr};
+    const auto start = Clock::now();
+    for (int i = 0; i < kCalls; ++i)
+        waitFor(spawn("/bin/true", argv, -1, -1));
+    return secondsSince(start) / kCalls;
+}
+
+// Not a target: what it costs here merely to fill fresh memory of the size of
+// the raw output, which any runner that returns the output must at least do
+// and `cat` never does.
+double freshMemory(qint64 bytes)
+{
+    const auto start = Clock::now();
+    QByteArray raw(bytes, Qt::Uninitialized);
+    std::memset(raw.data(), 'x', size_t(bytes));
+    const double seconds = secondsSince(start);
+    if (raw.at(bytes / 2) != 'x')
+        fail("memory");
+    return seconds;
+}
+
+void verdict(const char *name, double value, const char *op, double target)
+{
+    const bool ok = op[0] == '>' ? value >= target : value <= target;
+    std::printf("%s: %.2f x (target %s %.1f) %s\n", name, value, op, target, ok ? "ok" : "MISS");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const qint64 mib = argc > 1 ? std::atoll(argv[1]) : 256;
+    const int reps = argc > 2 ? std::atoi(argv[2]) : 5;
+    if (mib <= 0 || reps <= 0)
+        fail("usage: bench_runner [MIB_PER_STREAM [REPETITIONS]]");
+    const qint64 perStream = mib * 1024 * 1024;
+
+    std::vector<double> shell, cat, shellCall, spawnCall, fresh;
+    for (int r = 0; r < reps; ++r) {
+        // Alternate so drift in the machine's load hits both sides alike.
+        cat.push_back(catPipe(perStream));
+        shell.push_back(shellFlood(perStream));
+        spawnCall.push_back(spawnTruePerCall());
+        shellCall.push_back(shellTruePerCall());
+        fresh.push_back(freshMemory(2 * perStream));
+    }
+
+    const double shellS = median(shell);
+    const double catS = median(cat);
+    const double shellUs = median(shellCall) * 1e6;
+    const double spawnUs = median(spawnCall) * 1e6;
+    const double totalMiB = 2.0 * double(mib);
+    std::printf("shellLaunch, %lld MiB stdout + %lld MiB stderr in 64 KiB chunks: %.3f s (%.0f MiB/s)\n",
+                static_cast<long long>(mib), static_cast<long long>(mib), shellS, totalMiB / shellS);
+    std::printf("writer | cat > /dev/null, the same %.0f MiB through one pipe: %.3f s (%.0f MiB/s)\n",
+                totalMiB, catS, totalMiB / catS);
+    std::printf("(for scale: filling %.0f MiB of fresh memory takes %.3f s here)\n", totalMiB, median(fresh));
+    std::printf("shellLaunch of /bin/true: %.1f us per call (%d calls)\n", shellUs, kCalls);
+    std::printf("posix_spawn + waitpid of /bin/true: %.1f us per call (%d calls)\n", spawnUs, kCalls);
+    std::printf("(median of %d repetitions)\n", reps);
+    verdict("runner_throughput_ratio", catS / shellS, ">=", 0.5);
+    verdict("runner_percall_ratio", shellUs / spawnUs, "<=", 1.5);
+    return 0;
+}
