@@ -28,7 +28,13 @@ QString Bash::execute(const QString &commandName, const QStringList &arguments)
     const QString path = resolve(commandName);
     if (path.isEmpty())
         throw BashError::commandNotFound(commandName);
-    return run(path, arguments);
+    try {
+        return run(path, arguments);
+    } catch (const BashError &) {
+        // What "which" printed cannot be started (a login profile that prints
+        // a banner, a stale path): the error names what the caller asked for.
+        throw BashError::commandNotFound(commandName);
+    }
 }
 
 } // namespace tapedesk

@@ -280,6 +280,22 @@ private slots:
         }
     }
 
+    // Regression: when the path that "which" reported could not be started,
+    // the error carried that path instead of the name that was looked up.
+    void unstartableLookupResultNamesTheCommand()
+    {
+        const QString dir = makeDir(QStringLiteral("lying-which"));
+        writeScript(dir, QStringLiteral("which"), QStringLiteral("echo Welcome back\necho /no/such/umount"));
+        installLoginProfile({dir});
+        try {
+            Bash().execute(QStringLiteral("umount"), {"-v", "/tmp/ltfs/mnt/0"});
+            QFAIL("no error thrown");
+        } catch (const BashError &e) {
+            QCOMPARE(e.name, QStringLiteral("umount"));
+        }
+        QFile::remove(TestHome::path() + QStringLiteral("/.bash_profile"));
+    }
+
     void observerSeesEveryByteInOrder()
     {
         const QString tool =
