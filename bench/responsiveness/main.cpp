@@ -192,7 +192,7 @@ void prepareHome(const QString &home)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     // Tool runs take a little time, as they would on a drive, but not minutes.
     if (qEnvironmentVariableIsEmpty("TAPESIM_SPEED"))
-        qputenv("TAPESIM_SPEED", "0.05");
+        qputenv("TAPESIM_SPEED", "0.2");
     // "mount | grep ltfs" uses our PATH; "which umount" a login shell's.
     qputenv("PATH", QFile::encodeName(bin) + ':' + qgetenv("PATH"));
     QFile profile(home + QStringLiteral("/.bash_profile"));
@@ -243,7 +243,7 @@ int main(int argc, char **argv)
     Heartbeat heartbeat;
     for (const Scenario &s : scenarios()) {
         if (!s.prepare(vc)) {
-            std::printf("# %s: could not be prepared\n", qPrintable(s.figure));
+            std::printf("bench: %s could not be prepared\n", qPrintable(s.figure));
             std::fflush(stdout);
             figures << Figure{s.figure};
             allRan = false;
@@ -253,7 +253,7 @@ int main(int argc, char **argv)
         s.start(vc);
         const bool finished = runUntil([&] { return s.finished(vc); }, kScenarioLimitMs);
         heartbeat.stop();
-        std::printf("# %s: %s; %d heartbeats over %.2f s%s\n", qPrintable(s.figure),
+        std::printf("bench: %s: %s; %d heartbeats over %.2f s%s\n", qPrintable(s.figure),
                     qPrintable(s.description), heartbeat.beats(), heartbeat.elapsedS(),
                     finished ? "" : "; DID NOT FINISH");
         figures << Figure{s.figure, finished ? heartbeat.maxGapMs() : -1};
