@@ -339,6 +339,7 @@ private slots:
         // whole process group lets the blocked run see end of file.
         const QString tool = writeScript(toolDir(), QStringLiteral("hang"),
                                          QStringLiteral("sleep 1000 &\necho started\nwait"));
+        QTRY_COMPARE_WITH_TIMEOUT(children::liveCount(), 0, 10000); // earlier runs are all reaped
         std::atomic<bool> started{false};
         ProcessResult result;
         std::thread runner([&] {
