@@ -52,6 +52,7 @@ public:
         m_clock.start();
         m_last = 0;
         m_maxGapNs = 0;
+        m_maxGapEnd = 0;
         m_beats = 0;
         m_timer.start();
     }
@@ -63,6 +64,8 @@ public:
     }
 
     double maxGapMs() const { return static_cast<double>(m_maxGapNs) / 1e6; }
+    // When the longest gap ended, from start(): tells which step froze.
+    double maxGapEndS() const { return static_cast<double>(m_maxGapEnd) / 1e9; }
     double elapsedS() const { return static_cast<double>(m_last) / 1e9; }
     int beats() const { return m_beats; }
 
@@ -70,7 +73,10 @@ private:
     void beat()
     {
         const qint64 now = m_clock.nsecsElapsed();
-        m_maxGapNs = std::max(m_maxGapNs, now - m_last);
+        if (now - m_last > m_maxGapNs) {
+            m_maxGapNs = now - m_last;
+            m_maxGapEnd = now;
+        }
         m_last = now;
         ++m_beats;
     }
@@ -79,6 +85,7 @@ private:
     QElapsedTimer m_clock;
     qint64 m_last = 0;
     qint64 m_maxGapNs = 0;
+    qint64 m_maxGapEnd = 0;
     int m_beats = 0;
 };
 
@@ -253,9 +260,9 @@ int main(int argc, char **argv)
         s.start(vc);
         const bool finished = runUntil([&] { return s.finished(vc); }, kScenarioLimitMs);
         heartbeat.stop();
-        std::printf("bench: %s: %s; %d heartbeats over %.2f s%s\n", qPrintable(s.figure),
-                    qPrintable(s.description), heartbeat.beats(), heartbeat.elapsedS(),
-                    finished ? "" : "; DID NOT FINISH");
+        std::printf("bench: %s: %s; %d heartbeats over %.2f s, longest gap ended at %.2f s%s\n",
+                    qPrintable(s.figure), qPrintable(s.description), heartbeat.beats(), heartbeat.elapsedS(),
+                    heartbeat.maxGapEndS(), finished ? "" : "; DID NOT FINISH");
         figures << Figure{s.figure, finished ? heartbeat.maxGapMs() : -1};
         allRan = allRan && finished;
     }
