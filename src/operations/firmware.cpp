@@ -1,10 +1,76 @@
-// Firmware update. (Being built.)
+// Firmware update: after a warning and a file choice, itdt loads the new
+// microcode into the selected drive in the background. Refused while the
+// drive's volume is mounted.
 
+#include "drives/Drive.h"
+#include "operations/Texts.h"
+#include "support/Dialogs.h"
+#include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
+
+#include <QPushButton>
 
 namespace tapedesk {
 
-void ViewController::btnUpgrade(QAbstractButton *) {}
-void ViewController::updateFirmware() {}
+void ViewController::btnUpgrade(QAbstractButton *sender)
+{
+    QAbstractButton *button = sender ? sender : ui.btnUpgrade;
+    if (!support.isPreferencesSet()) {
+        showResults(false, MSG_NO_PREFERENCES);
+        return;
+    }
+    if (!selectedDrive.get()) {
+        showResults(false, QStringLiteral("Error: No Drive Selected"));
+        return;
+    }
+    if (isTapeMounted()) {
+        showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
+        dialogs().inform(QStringLiteral("Update Firmware"),
+                         QStringLiteral(" Please unmount tape before updating"));
+        return;
+    }
+    changeButtonStatus(button, 2, true);
+    showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, [this, button](bool) {
+        firmwareFileAndPath.set(support.pickFile({QStringLiteral("fmrz"), QStringLiteral("fm")}));
+        if (firmwareFileAndPath.get().isEmpty()) {
+            showResults(true, QStringLiteral("no firmware to update"));
+            return;
+        }
+        // Set before the background part starts, so its own statuses always
+        // come after this one.
+        changeButtonStatus(button, 0, true);
+        updateFirmware();
+    });
+}
+
+void ViewController::updateFirmware()
+{
+    const DrivePtr drive = selectedDrive.get();
+    if (!drive) {
+        showResults(false, QStringLiteral("Error: No Drive Selected"));
+        return;
+    }
+    const QString id = drive->id();
+    const QString file = firmwareFileAndPath.get();
+    runInBackground([this, id, file] {
+        changeButtonStatus(ui.btnUpgrade, 2, true);
+        startProgress();
+        showResults(true, QStringLiteral("Starting Update - This May Take Several Minutes"));
+        const QString output = OUTPUT_FOLDER.get().value_or(QString());
+        runTool(ITDT_PATH.get().value_or(QString()),
+                {QStringLiteral("-R"), output, QStringLiteral("-LP"), output, QStringLiteral("-f"), id,
+                 QStringLiteral("ucode"), file});
+        // Only the exit code decides: itdt reports on standard output.
+        if (!lastRunSucceeded()) {
+            showResults(true, QStringLiteral("Firmware Update Failed - Contact Corvel Support"));
+            changeButtonStatus(ui.btnUpgrade, 1, true);
+            endProgress();
+            return;
+        }
+        showResults(true, QStringLiteral("Firmware Update Complete"));
+        changeButtonStatus(ui.btnUpgrade, 0, true);
+        endProgress();
+    });
+}
 
 } // namespace tapedesk

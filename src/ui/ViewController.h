@@ -180,6 +180,9 @@ private:
     bool m_appeared = false;
     int m_responsiveDepth = 0;
     bool m_pollInFlight = false;
+    // The drive Format was pressed on: the format goes on only while it is
+    // still the selected drive.
+    DrivePtr m_formatTarget;
 };
 
 } // namespace tapedesk
