@@ -127,12 +127,17 @@ DialogScript &DialogScript::choosePath(const QString &path)
         if (!fd)
             return;
         if (fd->fileMode() == QFileDialog::Directory) {
+            // Selecting the folder by name would move the dialog to its
+            // parent; an empty selection in a folder picker means "this folder".
             fd->setDirectory(path);
-            fd->selectFile(path);
         } else {
             fd->setDirectory(QFileInfo(path).absolutePath());
             fd->selectFile(QFileInfo(path).fileName());
         }
+        // selectFile() leaves the name field alone while it has the focus,
+        // which depends on when the window manager activated the dialog.
+        if (auto *name = fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit")))
+            name->setText(QFileInfo(path).absoluteFilePath());
         QMetaObject::invokeMethod(fd, "accept", Qt::QueuedConnection);
     });
 }
