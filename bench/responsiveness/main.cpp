@@ -8,6 +8,7 @@
 // Exit status 1 when a figure misses its target or a scenario cannot run.
 
 #include "drives/Drive.h"
+#include "support/Dialogs.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
@@ -27,6 +28,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 
 using namespace tapedesk;
 
@@ -144,6 +146,35 @@ bool selectFirstDrive(ViewController &vc)
     return runUntil([&] { return vc.selectedDrive.get() != nullptr; }, 2000);
 }
 
+// Answers the format's questions at once, as an operator who names the
+// volume, agrees to every warning and ejects afterwards. Only the format
+// scenario installs it.
+class FormatAnswers final : public DialogProvider
+{
+public:
+    explicit FormatAnswers(bool *ejectAnswered) : m_ejectAnswered(ejectAnswered) {}
+
+    QString getString(const QString &, const QString &, const QString &) override
+    {
+        return QStringLiteral("BENCH1");
+    }
+    int userOptionPrompt(const QString &title, const QString &, const QString &, const QString &) override
+    {
+        if (title == QStringLiteral("Tape Format Complete"))
+            *m_ejectAnswered = true;
+        return 0; // "Proceed" for the drive check, "Eject" after the format
+    }
+    QString pickFile(const QStringList &) override { return {}; }
+    QString pickFolder() override { return QStringLiteral("-1"); }
+    bool confirm(const QString &, const QString &) override { return true; }
+    void inform(const QString &, const QString &) override {}
+
+private:
+    bool *m_ejectAnswered;
+};
+
+bool formatEjectAnswered = false;
+
 // The list of what is measured, in order. Each scenario leaves the window
 // idle for the next. To measure another operation (the forced reformat, for
 // one), append a Scenario here: its prepare sets up the simulator and the
@@ -181,6 +212,29 @@ QList<Scenario> scenarios()
                 vc.unMountDrive();
             },
             [](ViewController &vc) { return paneShows(vc, QStringLiteral("End unMountDrive")) && idle(vc); }},
+        Scenario{QStringLiteral("reformat_max_gui_gap"),
+                 QStringLiteral(
+                     "format of tape0's formatted cartridge: mkltfs refuses, the forced mkltfs runs on the "
+                     "GUI thread's turn at TAPESIM_SPEED=0.5, then the eject"),
+                 [](ViewController &vc) {
+                     if (!vc.selectedDrive.get() && !selectFirstDrive(vc))
+                         return false;
+                     if (vc.isTapeMounted())
+                         return false;
+                     formatEjectAnswered = false;
+                     setDialogProvider(std::make_unique<FormatAnswers>(&formatEjectAnswered));
+                     // A few seconds per mkltfs run, as a short real format would be.
+                     qputenv("TAPESIM_SPEED", "0.5");
+                     return true;
+                 },
+                 [](ViewController &vc) {
+                     vc.ui.rightScrollView->clear();
+                     vc.btnFormat(vc.ui.btnFormat);
+                 },
+                 [](ViewController &vc) {
+                     return formatEjectAnswered && paneShows(vc, QStringLiteral("Tape Format Complete")) &&
+                            idle(vc);
+                 }},
     };
 }
 
