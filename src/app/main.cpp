@@ -1,19 +1,26 @@
-#include "app/DarkLook.h"
+#include "app/AppDelegate.h"
 #include "tools/ProcessRunner.h"
 #include "ui/ViewController.h"
 
 #include <QApplication>
+#include <QMenuBar>
 
 int main(int argc, char *argv[])
 {
     QApplication app(argc, argv);
     app.setOrganizationName(QStringLiteral("TapeDesk"));
     app.setApplicationName(QStringLiteral("TapeDesk"));
-    tapedesk::applyDarkLook(app);
+    app.setDesktopFileName(QStringLiteral("tapedesk"));
+
+    tapedesk::AppDelegate delegate;
+    delegate.applicationDidFinishLaunching();
     // A tool that hangs must not outlive the application.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, [] { tapedesk::children::killAll(); });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
+                     [&delegate] { delegate.applicationWillTerminate(); });
 
     tapedesk::ViewController window;
+    delegate.installMenus(window.menuBar());
     window.viewDidLoad(app.arguments());
     window.show();
     return QApplication::exec();

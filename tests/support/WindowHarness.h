@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -52,7 +53,9 @@ private:
     QList<Handler> m_handlers;
     QList<SeenDialog> m_seen;
     QList<SeenDialog> m_unexpected;
-    QWidget *m_current = nullptr;
+    // Guarded: a dialog created on the stack right after the last one often
+    // gets the same address, and must still count as a new dialog.
+    QPointer<QWidget> m_current;
     class QTimer *m_timer = nullptr;
 };
 

@@ -1,0 +1,147 @@
+#include "app/AppDelegate.h"
+
+#include "Preferences/PreferencesWindowController.h"
+#include "app/DarkLook.h"
+#include "app/Eula_ViewController.h"
+#include "app/Help_ViewController.h"
+#include "app/WindowController.h"
+#include "support/AuthenticateViewController.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QFile>
+#include <QIcon>
+#include <QMenu>
+#include <QMenuBar>
+
+namespace tapedesk {
+
+namespace {
+
+inline const QString kIconResource = QStringLiteral(":/icons/tapedesk.png");
+
+QString plain(QString title)
+{
+    return title.remove(QLatin1Char('&'));
+}
+
+QAction *command(QObject *owner, const QString &name, const QString &text, const QKeySequence &keys,
+                 const QString &tip)
+{
+    auto *a = new QAction(text, owner);
+    a->setObjectName(name);
+    a->setShortcut(keys);
+    // The shortcuts also work while one of the delegate's own windows has
+    // the focus, not only the main window.
+    a->setShortcutContext(Qt::ApplicationShortcut);
+    a->setStatusTip(tip);
+    a->setToolTip(tip);
+    a->setWhatsThis(tip);
+    return a;
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(QObject *parent) : QObject(parent)
+{
+    actionPreferences = command(this, QStringLiteral("actionPreferences"), QStringLiteral("&Preferences…"),
+                                QKeySequence(Qt::CTRL | Qt::Key_Comma), QStringLiteral("Set the tool paths"));
+    actionAccount = command(this, QStringLiteral("actionAccount"), QStringLiteral("&Account…"),
+                            QKeySequence(), QStringLiteral("Sign in to the account service"));
+    actionHelp = command(this, QStringLiteral("actionHelp"), QStringLiteral("TapeDesk &Help"),
+                         QKeySequence(Qt::Key_F1), QStringLiteral("Open the TapeDesk manual"));
+    actionLicence = command(this, QStringLiteral("actionLicence"), QStringLiteral("&Licence Agreement"),
+                            QKeySequence(), QStringLiteral("Show the licence agreement"));
+    connect(actionPreferences, &QAction::triggered, this, [this] { showPreferences(actionPreferences); });
+    connect(actionAccount, &QAction::triggered, this, [this] { showAccount(actionAccount); });
+    connect(actionHelp, &QAction::triggered, this, [this] { showHelp(actionHelp); });
+    connect(actionLicence, &QAction::triggered, this, [this] { showEula(actionLicence); });
+}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching(QObject *)
+{
+    if (auto *app = qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        applyDarkLook(*app);
+        if (QFile::exists(kIconResource))
+            QApplication::setWindowIcon(QIcon(kIconResource));
+    }
+}
+
+void AppDelegate::applicationWillTerminate(QObject *) {}
+
+void AppDelegate::showPreferences(QObject *sender)
+{
+    if (!preferencesController)
+        preferencesController = std::make_unique<PreferencesWindowController>();
+    preferencesController->showWindow(sender);
+}
+
+void AppDelegate::showHelp(QObject *sender)
+{
+    if (!helpController) {
+        helpController = std::make_unique<WindowController>(
+            QStringLiteral("HELP_WC"), QStringLiteral("TapeDesk Help"), new Help_ViewController);
+        helpController->resize(820, 860);
+    }
+    helpController->showWindow(sender);
+}
+
+void AppDelegate::showEula(QObject *sender)
+{
+    if (!eulaController)
+        eulaController = std::make_unique<WindowController>(
+            QStringLiteral("EULA_WC"), QStringLiteral("Licence Agreement"), new Eula_ViewController);
+    eulaController->showWindow(sender);
+}
+
+void AppDelegate::showAccount(QObject *sender)
+{
+    if (!accountController)
+        accountController = std::make_unique<WindowController>(
+            QStringLiteral("ACCOUNT_WC"), QStringLiteral("Account"), new AuthenticateViewController);
+    accountController->showWindow(sender);
+}
+
+void AppDelegate::installMenus(QMenuBar *bar)
+{
+    QMenu *appMenu = nullptr;
+    for (QAction *top : bar->actions()) {
+        if (top->menu() && plain(top->text()) == QStringLiteral("TapeDesk"))
+            appMenu = top->menu();
+    }
+    if (!appMenu)
+        appMenu = bar->addMenu(QStringLiteral("&TapeDesk"));
+    appMenu->setObjectName(QStringLiteral("menuTapeDesk"));
+    appMenu->setAccessibleName(QStringLiteral("TapeDesk menu"));
+
+    actionQuit = nullptr;
+    for (QAction *a : appMenu->actions()) {
+        if (a->objectName() == QStringLiteral("actionQuit"))
+            actionQuit = a;
+    }
+    if (!actionQuit) {
+        actionQuit = command(appMenu, QStringLiteral("actionQuit"), QStringLiteral("&Quit"),
+                             QKeySequence(Qt::CTRL | Qt::Key_Q), QStringLiteral("Quit TapeDesk"));
+        connect(actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit);
+        appMenu->addAction(actionQuit);
+    }
+    // The platform's standard Quit keys are empty on some desktops.
+    actionQuit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    actionQuit->setStatusTip(QStringLiteral("Quit TapeDesk"));
+    actionQuit->setToolTip(QStringLiteral("Quit TapeDesk"));
+
+    QAction *first = appMenu->actions().isEmpty() ? nullptr : appMenu->actions().constFirst();
+    appMenu->insertAction(first, actionPreferences);
+    appMenu->insertAction(first, actionAccount);
+    appMenu->insertSeparator(first);
+
+    QMenu *help = bar->addMenu(QStringLiteral("&Help"));
+    help->setObjectName(QStringLiteral("menuHelp"));
+    help->setAccessibleName(QStringLiteral("Help menu"));
+    help->addAction(actionHelp);
+    help->addAction(actionLicence);
+}
+
+} // namespace tapedesk

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QObject>
+#include <memory>
+
+class QAction;
+class QMenuBar;
+
+namespace tapedesk {
+
+class PreferencesWindowController;
+class WindowController;
+
+// The application's own windows and menu commands. Each window is created on
+// its first request and kept for the rest of the run; later requests bring
+// the same window back.
+class AppDelegate : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit AppDelegate(QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    std::unique_ptr<PreferencesWindowController> preferencesController;
+    std::unique_ptr<WindowController> helpController;
+    std::unique_ptr<WindowController> eulaController;
+    std::unique_ptr<WindowController> accountController;
+
+    void applicationDidFinishLaunching(QObject *notification = nullptr);
+    void applicationWillTerminate(QObject *notification = nullptr);
+
+    void showPreferences(QObject *sender = nullptr);
+    void showHelp(QObject *sender = nullptr);
+    void showEula(QObject *sender = nullptr);
+    void showAccount(QObject *sender = nullptr);
+
+    // Adds the commands to a window's menu bar. The application menu the
+    // window may already have (with its Quit) is reused, so the bar keeps one
+    // of each.
+    void installMenus(QMenuBar *bar);
+
+    QAction *actionPreferences = nullptr;
+    QAction *actionAccount = nullptr;
+    QAction *actionHelp = nullptr;
+    QAction *actionLicence = nullptr;
+    QAction *actionQuit = nullptr;
+};
+
+} // namespace tapedesk

@@ -1,0 +1,47 @@
+#include "app/Help_ViewController.h"
+
+#include "tools/Console.h"
+
+#include <QFile>
+#include <QPdfDocument>
+#include <QPdfView>
+#include <QVBoxLayout>
+
+namespace tapedesk {
+
+Help_ViewController::Help_ViewController(QWidget *parent, const QString &manual)
+    : QWidget(parent), m_manual(manual)
+{
+    viewDidLoad();
+}
+
+void Help_ViewController::viewDidLoad()
+{
+    setObjectName(QStringLiteral("Help_ViewController"));
+    setAccessibleName(QStringLiteral("TapeDesk manual"));
+
+    m_view = new QPdfView(this);
+    m_view->setObjectName(QStringLiteral("pdfView"));
+    m_view->setAccessibleName(QStringLiteral("TapeDesk manual"));
+    m_view->setPageMode(QPdfView::PageMode::MultiPage);
+    m_view->setZoomMode(QPdfView::ZoomMode::FitToWidth);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_view);
+
+    m_document = new QPdfDocument(this);
+    // Without the manual the window stays empty rather than failing: help is
+    // never worth losing the application over.
+    if (!QFile::exists(m_manual)) {
+        consoleLine(QStringLiteral("Manual not found: ") + m_manual);
+        return;
+    }
+    const QPdfDocument::Error error = m_document->load(m_manual);
+    if (error != QPdfDocument::Error::None) {
+        consoleLine(QStringLiteral("Manual could not be opened: ") + m_manual);
+        return;
+    }
+    m_view->setDocument(m_document);
+}
+
+} // namespace tapedesk
