@@ -90,7 +90,7 @@ QString targetProblem(const DrivePtr &target, const DrivePtr &selected)
 // same drive); nullptr after showing why not.
 DrivePtr stillTarget(ViewController &vc, const DrivePtr &target)
 {
-    const DrivePtr selected = vc.selectedDrive.get();
+    DrivePtr selected = vc.selectedDrive.get();
     const QString problem = targetProblem(target, selected);
     if (problem.isEmpty())
         return selected;
