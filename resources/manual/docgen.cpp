@@ -17,11 +17,11 @@
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
-#include <QTextDocumentFragment>
 #include <QTextFrame>
 #include <QTextFrameFormat>
 #include <QTextImageFormat>
 #include <QTextStream>
+#include <QTextTable>
 #include <QUrl>
 
 namespace {
@@ -117,17 +117,43 @@ void style(QTextDocument &doc)
             c.setBlockFormat(bf);
         }
     }
+
+    for (QTextFrame *frame : doc.rootFrame()->childFrames()) {
+        auto *table = qobject_cast<QTextTable *>(frame);
+        if (!table)
+            continue;
+        QTextTableFormat tf = table->format();
+        tf.setCellPadding(4);
+        tf.setCellSpacing(0);
+        tf.setBorder(1);
+        tf.setBorderBrush(QColor(0x9a, 0xa4, 0xb0));
+        tf.setBorderCollapse(true);
+        tf.setTopMargin(4);
+        tf.setBottomMargin(8);
+        table->setFormat(tf);
+        // Header row
+        for (int col = 0; col < table->columns(); ++col) {
+            QTextTableCell cell = table->cellAt(0, col);
+            QTextCharFormat cf = cell.format();
+            cf.setBackground(QColor(0xe3, 0xea, 0xf3));
+            cell.setFormat(cf);
+        }
+    }
 }
 
+// Fills the document's first block, a placeholder paragraph, with the title
+// page. Writing into that block (rather than inserting before the first
+// heading) leaves the heading's own format, and its page break, intact.
 void addTitlePage(QTextDocument &doc, const QString &version)
 {
     doc.addResource(QTextDocument::ImageResource, QUrl(QStringLiteral("tapedesk-icon")), drawIcon(512));
-    QTextCursor c(&doc);
-    c.movePosition(QTextCursor::Start);
+    QTextCursor c(doc.begin());
+    c.movePosition(QTextCursor::EndOfBlock, QTextCursor::KeepAnchor);
+    c.removeSelectedText();
     QTextBlockFormat centred;
     centred.setAlignment(Qt::AlignHCenter);
     centred.setTopMargin(140);
-    c.insertBlock(centred);
+    c.setBlockFormat(centred);
     QTextImageFormat icon;
     icon.setName(QStringLiteral("tapedesk-icon"));
     icon.setWidth(160);
@@ -135,25 +161,17 @@ void addTitlePage(QTextDocument &doc, const QString &version)
     c.insertImage(icon);
     QTextBlockFormat text = centred;
     text.setTopMargin(24);
-    c.insertBlock(text);
-    QTextCharFormat title;
-    title.setFontPointSize(30);
-    title.setFontWeight(QFont::Bold);
-    title.setForeground(QColor(0x1f, 0x5f, 0xa8));
-    c.insertText(QStringLiteral("TapeDesk"), title);
-    c.insertBlock(text);
-    QTextCharFormat sub;
-    sub.setFontPointSize(15);
-    c.insertText(QStringLiteral("Operator's Manual"), sub);
-    c.insertBlock(text);
-    QTextCharFormat small;
-    small.setFontPointSize(10);
-    small.setForeground(QColor(0x55, 0x55, 0x55));
-    c.insertText(QStringLiteral("Version ") + version, small);
-    // The first block of the document is the empty one the cursor started in.
-    QTextCursor first(doc.begin());
-    QTextBlockFormat none;
-    first.setBlockFormat(none);
+    auto line = [&](const QString &s, qreal points, const QColor &colour, bool bold) {
+        c.insertBlock(text);
+        QTextCharFormat f;
+        f.setFontPointSize(points);
+        f.setForeground(colour);
+        f.setFontWeight(bold ? QFont::Bold : QFont::Normal);
+        c.insertText(s, f);
+    };
+    line(QStringLiteral("TapeDesk"), 30, QColor(0x1f, 0x5f, 0xa8), true);
+    line(QStringLiteral("Operator's Manual"), 15, Qt::black, false);
+    line(QStringLiteral("Version ") + version, 10, QColor(0x55, 0x55, 0x55), false);
 }
 
 int manual(const QString &source, const QString &output, const QString &version)
@@ -164,7 +182,7 @@ int manual(const QString &source, const QString &output, const QString &version)
         return 1;
     }
     QTextDocument doc;
-    doc.setMarkdown(markdown, QTextDocument::MarkdownDialectGitHub);
+    doc.setMarkdown(QStringLiteral("Title page\n\n") + markdown, QTextDocument::MarkdownDialectGitHub);
     style(doc);
     addTitlePage(doc, version);
 

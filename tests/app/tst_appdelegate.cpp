@@ -127,7 +127,7 @@ private Q_SLOTS:
              {"WARNING: No preferences set for paths", "Looks like preferences settings could be wrong.",
               "Preferences have been saved.", "No Path Selected",
               "Scan Failed - make sure your preferences are set", "Format Canceled", "Mount Tape",
-              "scripts/demo", "-c"}) {
+              "scripts/demo", "exit code carried over"}) {
             QVERIFY2(text.contains(QString::fromUtf8(expected)), expected);
         }
     }
