@@ -4,7 +4,7 @@
 //    text), against `bench_writer | cat > /dev/null` moving the same 512 MiB
 //    through one ordinary pipe;
 //  - per call: 500 runs of /bin/true through shellLaunch, against posix_spawn
-//    + waitpid of it with nothing collected.
+//    + waitpid of it with nothing collected, the two alternating call by call.
 // Each figure is the median of a few repetitions, measured in the same run.
 // While shellLaunch is timed, this process's standard output (where its six
 // console lines go, the whole output included) points at /dev/null, so the
@@ -23,6 +23,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 extern char **environ;
@@ -144,25 +145,27 @@ double catPipe(qint64 perStream)
     return secondsSince(start);
 }
 
-double shellTruePerCall()
+// Per-call cost of /bin/true through shellLaunch and through a bare
+// posix_spawn + waitpid. The two alternate call by call, so a change in the
+// machine's load during the loop weighs on both alike.
+std::pair<double, double> trueShellAndSpawnPerCall()
 {
     Synchronized<QString> lastErrorOutput;
     const QString path = QStringLiteral("/bin/true");
-    ConsoleToNull quiet;
-    const auto start = Clock::now();
-    for (int i = 0; i < kCalls; ++i)
-        shellLaunch(path, {}, lastErrorOutput);
-    return secondsSince(start) / kCalls;
-}
-
-double spawnTruePerCall()
-{
     std::string name = "true";
     char *argv[] = {name.data(), nullptr};
-    const auto start = Clock::now();
-    for (int i = 0; i < kCalls; ++i)
+    double shellSeconds = 0;
+    double spawnSeconds = 0;
+    ConsoleToNull quiet;
+    for (int i = 0; i < kCalls; ++i) {
+        auto start = Clock::now();
         waitFor(spawn("/bin/true", argv, -1, -1));
-    return secondsSince(start) / kCalls;
+        spawnSeconds += secondsSince(start);
+        start = Clock::now();
+        shellLaunch(path, {}, lastErrorOutput);
+        shellSeconds += secondsSince(start);
+    }
+    return {shellSeconds / kCalls, spawnSeconds / kCalls};
 }
 
 // Not a target: what it costs here merely to fill fresh memory of the size of
@@ -200,8 +203,9 @@ int main(int argc, char **argv)
         // Alternate so drift in the machine's load hits both sides alike.
         cat.push_back(catPipe(perStream));
         shell.push_back(shellFlood(perStream));
-        spawnCall.push_back(spawnTruePerCall());
-        shellCall.push_back(shellTruePerCall());
+        const auto [shellPerCall, spawnPerCall] = trueShellAndSpawnPerCall();
+        shellCall.push_back(shellPerCall);
+        spawnCall.push_back(spawnPerCall);
         fresh.push_back(freshMemory(2 * perStream));
     }
 
