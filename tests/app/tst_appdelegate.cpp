@@ -239,9 +239,9 @@ private Q_SLOTS:
         const QString dir = qEnvironmentVariable("TAPEDESK_SCREENSHOT_DIR");
         if (dir.isEmpty())
             QSKIP("TAPEDESK_SCREENSHOT_DIR not set");
-        const QString bin = makeDir(QStringLiteral("opt/tapedesk-demo/bin"));
-        setPaths(bin + QStringLiteral("/itdt"), bin + QStringLiteral("/ltfs"),
-                 bin + QStringLiteral("/mkltfs"), makeDir(QStringLiteral("tapedesk-output")));
+        // Where the tools live on a typical host; the picture shows the paths, not the tools.
+        setPaths(QStringLiteral("/opt/itdt/itdt"), QStringLiteral("/usr/local/bin/ltfs"),
+                 QStringLiteral("/usr/local/bin/mkltfs"), QStringLiteral("/srv/tapedesk/output"));
         AppDelegate delegate;
         delegate.applicationDidFinishLaunching();
         delegate.showPreferences();
