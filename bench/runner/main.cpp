@@ -15,6 +15,7 @@
 
 #include <QString>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -100,6 +101,8 @@ void waitFor(pid_t pid)
 {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR)
+            fail("lost a child");
     }
 }
 
