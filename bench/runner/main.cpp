@@ -11,6 +11,7 @@
 // terminal's speed is not measured; the runner still formats and writes them.
 //
 //   bench_runner [MIB_PER_STREAM [REPETITIONS]]
+#include "tools/ProcessRunner.h"
 #include "tools/Shell.h"
 
 #include <QString>
@@ -124,6 +125,19 @@ double shellFlood(qint64 perStream)
     return seconds;
 }
 
+// Not a target: the reading alone (runProcess, raw bytes, no text, no console),
+// to tell the reading strategy apart from building the two texts.
+double rawFlood(qint64 perStream)
+{
+    const QStringList args{QString::number(perStream), QString::number(kChunk), QStringLiteral("both")};
+    const auto start = Clock::now();
+    const ProcessResult r = runProcess(QString::fromUtf8(kWriter), args, StreamMode::Separate);
+    const double seconds = secondsSince(start);
+    if (r.out.size() != perStream || r.err.size() != perStream)
+        fail("runProcess lost output");
+    return seconds;
+}
+
 double catPipe(qint64 perStream)
 {
     std::string bytes = std::to_string(perStream);
@@ -201,11 +215,12 @@ int main(int argc, char **argv)
         fail("usage: bench_runner [MIB_PER_STREAM [REPETITIONS]]");
     const qint64 perStream = mib * 1024 * 1024;
 
-    std::vector<double> shell, cat, shellCall, spawnCall, fresh;
+    std::vector<double> shell, raw, cat, shellCall, spawnCall, fresh;
     for (int r = 0; r < reps; ++r) {
         // Alternate so drift in the machine's load hits both sides alike.
         cat.push_back(catPipe(perStream));
         shell.push_back(shellFlood(perStream));
+        raw.push_back(rawFlood(perStream));
         const auto [shellPerCall, spawnPerCall] = trueShellAndSpawnPerCall();
         shellCall.push_back(shellPerCall);
         spawnCall.push_back(spawnPerCall);
@@ -221,6 +236,8 @@ int main(int argc, char **argv)
                 static_cast<long long>(mib), static_cast<long long>(mib), shellS, totalMiB / shellS);
     std::printf("writer | cat > /dev/null, the same %.0f MiB through one pipe: %.3f s (%.0f MiB/s)\n",
                 totalMiB, catS, totalMiB / catS);
+    std::printf("(for scale: runProcess alone, the same bytes without text or console: %.3f s, %.2f x cat)\n",
+                median(raw), catS / median(raw));
     std::printf("(for scale: filling %.0f MiB of fresh memory takes %.3f s here)\n", totalMiB, median(fresh));
     std::printf("shellLaunch of /bin/true: %.1f us per call (%d calls)\n", shellUs, kCalls);
     std::printf("posix_spawn + waitpid of /bin/true: %.1f us per call (%d calls)\n", spawnUs, kCalls);
