@@ -24,7 +24,7 @@ const QString kAskName = QStringLiteral("Assign tape name (6 character alphanume
 // A folder with firmware images, look-alikes, hidden files and a subfolder.
 QString firmwareFolder()
 {
-    const QString dir = makeDir(QStringLiteral("firmware"));
+    QString dir = makeDir(QStringLiteral("firmware"));
     for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"}) {
         QFile f(dir + QLatin1Char('/') + QLatin1String(name));
         if (f.open(QIODevice::WriteOnly))
