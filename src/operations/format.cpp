@@ -60,11 +60,18 @@ bool stderrHas(const QString &stderrText, const QString &phrase)
 }
 
 // mkltfs writes nothing to standard output, so lastExitCode still holds the
-// previous tool's code; its last line on standard error is the verdict:
-// "LTFS15023I Formatting failed."
+// previous tool's code; standard error carries the verdict. A failed format
+// ends with "LTFS15023I Formatting failed.", a good one with "LTFS15024I
+// Medium formatted successfully.". A run stopped before it began (a refused
+// tape serial: "LTFS15030E Tape serial must contain only ASCII digits and
+// capital letters.") prints neither, yet formatted nothing: with anything on
+// standard error, only the success line counts as success.
 bool formattingFailed(const QString &stderrText)
 {
-    return stderrHas(stderrText, QStringLiteral("Formatting failed"));
+    if (stderrHas(stderrText, QStringLiteral("Formatting failed")))
+        return true;
+    return !stderrText.trimmed().isEmpty() &&
+           !stderrHas(stderrText, QStringLiteral("Medium formatted successfully"));
 }
 
 // Why the format cannot go on with `target`, or "" when it can. The format

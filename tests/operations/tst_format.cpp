@@ -20,6 +20,7 @@
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTableView>
 #include <QTimer>
 
@@ -366,6 +367,28 @@ private Q_SLOTS:
         QCOMPARE(runsOf(QStringLiteral("mkltfs")).size(), 1);
         QVERIFY(script.unexpected().isEmpty());
         QCOMPARE(script.seen().size(), 2);
+    }
+
+    // mkltfs takes only ASCII digits and capitals as a tape serial and stops
+    // before formatting, without "Formatting failed"; the accepted accented
+    // name must not end in a reported success.
+    void serialRefusedByMkltfsIsAFailure()
+    {
+        ViewController vc;
+        selectRow(vc, 1);
+        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        DialogScript script;
+        script.press(QStringLiteral("Proceed")).type(QStringLiteral("éàüñçö"));
+        vc.btnFormat(vc.ui.btnFormat);
+        QVERIFY(waitForPane(vc, QStringLiteral("Tape Format Failed")));
+        QVERIFY(waitForIdle(vc));
+        QCoreApplication::processEvents();
+        // Counted in bytes the name is too long, in characters it is not ASCII.
+        QVERIFY(vc.lastErrorOutput.get().contains(QRegularExpression(QStringLiteral("LTFS150(29|30)E"))));
+        QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
+        QVERIFY(!simState().contains(QStringLiteral("volume = ÉÀÜÑÇÖ")));
+        QCOMPARE(countKind(script, QStringLiteral("message")), 1); // Proceed only, no completion question
+        QVERIFY(script.unexpected().isEmpty());
     }
 
     // The forced run is judged by the same phrase.
