@@ -130,9 +130,12 @@ DialogScript &DialogScript::choosePath(const QString &path)
             // Selecting the folder by name would move the dialog to its
             // parent; an empty selection in a folder picker means "this folder".
             fd->setDirectory(path);
+        } else if (auto *name = fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))) {
+            // Typed, not selected: a selection made before the folder listing
+            // has loaded is lost.
+            name->setText(path);
         } else {
-            fd->setDirectory(QFileInfo(path).absolutePath());
-            fd->selectFile(QFileInfo(path).fileName());
+            fd->selectFile(path);
         }
         // selectFile() leaves the name field alone while it has the focus,
         // which depends on when the window manager activated the dialog.
