@@ -34,11 +34,13 @@ void saveDriveInfo(const Drive &drive)
         l.append(d.serialNumber);
         return l;
     });
-    SettingsStore::setTextList(kMountedDrivesKey, all);
+    // The list first, then the seven values, in one write.
+    QList<QPair<QString, QVariant>> values{{kMountedDrivesKey, all}};
     const QStringList suffixes = keySuffixes();
-    const QString values[] = {d.name, d.id, d.info1, d.info2, d.info3, d.address, d.barCode};
+    const QString fields[] = {d.name, d.id, d.info1, d.info2, d.info3, d.address, d.barCode};
     for (int i = 0; i < suffixes.size(); ++i)
-        SettingsStore::setText(d.serialNumber + suffixes.at(i), values[i]);
+        values.append({d.serialNumber + suffixes.at(i), fields[i]});
+    SettingsStore::setValues(values);
 }
 
 DrivePtr loadDriveInfo(const QString &serialNumber)

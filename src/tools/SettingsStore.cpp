@@ -235,6 +235,14 @@ bool removeKeys(const QStringList &keys)
     });
 }
 
+bool setValues(const QList<QPair<QString, QVariant>> &values)
+{
+    return write([&](QSettings &s) {
+        for (const auto &[key, value] : values)
+            s.setValue(key, value);
+    });
+}
+
 QString fileName()
 {
     std::lock_guard lock(storeMutex());

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QPair>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 #include <optional>
 
 namespace tapedesk {
@@ -22,6 +24,8 @@ bool setTextList(const QString &key, const QStringList &value);
 bool setBool(const QString &key, bool value);
 bool remove(const QString &key);
 bool removeKeys(const QStringList &keys);
+// Several values in one write, so they land on disk together.
+bool setValues(const QList<QPair<QString, QVariant>> &values);
 
 std::optional<bool> boolean(const QString &key);
 
