@@ -1,6 +1,7 @@
 #include "ui/ViewController.h"
 
 #include "tools/Console.h"
+#include "tools/HandOff.h"
 #include "tools/ProcessRunner.h"
 #include "tools/Shell.h"
 #include "tools/ToolPaths.h"
@@ -19,6 +20,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QShowEvent>
+#include <QSignalBlocker>
 #include <QSplitter>
 #include <QTableView>
 #include <QThreadPool>
@@ -42,7 +44,7 @@ ViewController::~ViewController()
     // Background parts post back to this window; let them finish first. A
     // hung tool would keep them forever, so its process goes first.
     children::killAll();
-    QThreadPool::globalInstance()->waitForDone();
+    waitForBackground();
 }
 
 void ViewController::buildLayout()
@@ -229,8 +231,15 @@ void ViewController::viewDidAppear()
 void ViewController::refreshDriveTable()
 {
     postToMain([this] {
-        // Keep the selection on the same drive object across the reload.
         m_model->reload(driveList.snapshot());
+        // A reload clears the view's highlight while selectedDrive stays; show
+        // the operator which row the actions act on again, without it counting
+        // as a new selection.
+        const qsizetype row = m_model->drives().indexOf(selectedDrive.get());
+        if (row >= 0) {
+            const QSignalBlocker quiet(ui.tableView->selectionModel());
+            ui.tableView->selectRow(static_cast<int>(row));
+        }
     });
 }
 
@@ -257,12 +266,15 @@ void ViewController::setMountLabel(const QString &text)
 
 void ViewController::postToMain(std::function<void()> f)
 {
-    QMetaObject::invokeMethod(this, std::move(f), Qt::QueuedConnection);
+    postTo(this, [f = std::move(f)] {
+        flushPendingOutput();
+        f();
+    });
 }
 
 void ViewController::runInBackground(std::function<void()> f)
 {
-    QThreadPool::globalInstance()->start(std::move(f));
+    startInBackground(std::move(f));
 }
 
 QString ViewController::runResponsive(const std::function<QString()> &work)
@@ -274,7 +286,7 @@ QString ViewController::runResponsive(const std::function<QString()> &work)
     std::thread worker([&] {
         result = work();
         done = true;
-        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        postTo(&loop, [&loop] { loop.quit(); });
     });
     while (!done)
         loop.exec(QEventLoop::ExcludeUserInputEvents);
