@@ -32,10 +32,18 @@ void Help_ViewController::viewDidLoad()
     m_document = new QPdfDocument(this);
     // Without the manual the window stays empty rather than failing: help is
     // never worth losing the application over.
-    if (!QFile::exists(m_manual)) {
+    QFile file(m_manual);
+    if (!file.open(QIODevice::ReadOnly)) {
         consoleLine(QStringLiteral("Manual not found: ") + m_manual);
         return;
     }
+    // Only a PDF goes to the PDF engine: it does not clean up after a file
+    // it cannot parse.
+    if (!file.read(5).startsWith("%PDF-")) {
+        consoleLine(QStringLiteral("Manual is not a PDF: ") + m_manual);
+        return;
+    }
+    file.close();
     const QPdfDocument::Error error = m_document->load(m_manual);
     if (error != QPdfDocument::Error::None) {
         consoleLine(QStringLiteral("Manual could not be opened: ") + m_manual);
