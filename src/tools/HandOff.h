@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QObject>
+#include <functional>
+
+namespace tapedesk {
+
+// The two hand-offs between the GUI thread and the background: posting a call
+// to an object of the GUI thread, and queuing a background part on the global
+// thread pool. Both go through Qt's event queue and thread pool, whose locks
+// live in Qt's prebuilt libraries; the hand-off is also declared to
+// ThreadSanitizer here, so a build with it sees what the sender wrote before
+// the hand-off as written before the receiver runs (and reports real races
+// only).
+
+// Runs `f` on the GUI thread, after everything posted before it from the same
+// thread (first in, first out). Dropped when `context`, an object of the GUI
+// thread, is destroyed first.
+void postTo(QObject *context, std::function<void()> f);
+
+// Queues `f` on QThreadPool::globalInstance().
+void startInBackground(std::function<void()> f);
+
+// Waits until every part queued with startInBackground() has finished.
+void waitForBackground();
+
+} // namespace tapedesk
