@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QPlainTextEdit>
 #include <QTemporaryDir>
+#include <QThreadPool>
 #include <cstdio>
 #include <cstdlib>
 
@@ -96,6 +97,20 @@ int main(int argc, char **argv)
         std::printf("pane content wrong: %lld lines\n", static_cast<long long>(lines.size()));
         return 1;
     }
+
+    // The same number of messages from a workflow's background thread, racing
+    // the GUI thread that shows them (for information; not a target).
+    pane->clear();
+    QElapsedTimer fromPool;
+    fromPool.start();
+    QThreadPool::globalInstance()->start([&vc] {
+        for (int i = 0; i < kTotal; ++i)
+            vc.showResults(false, message(i));
+    });
+    drainUntil(pane, kTotal + 1);
+    const double fromPoolS = static_cast<double>(fromPool.nsecsElapsed()) / 1e9;
+    QThreadPool::globalInstance()->waitForDone();
+    std::printf("%d appends posted from a background thread: %.2f s\n", kTotal, fromPoolS);
 
     for (int b = 0; b < batchNs.size(); ++b)
         std::printf("appends %6d-%6d: %.1f ms\n", b * kBatch + 1, (b + 1) * kBatch,

@@ -7,16 +7,20 @@
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
+#include "tools/HandOff.h"
 #include "ui/StatusImages.h"
 #include "ui/ViewController.h"
 
 #include <QAbstractButton>
+#include <QCoreApplication>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTableView>
 #include <QTextCursor>
+#include <atomic>
+#include <memory>
 
 namespace tapedesk {
 
@@ -28,6 +32,49 @@ QPointer<QPlainTextEdit> &paneSlot()
     static QPointer<QPlainTextEdit> pane;
     return pane;
 }
+
+// Messages on their way to the pane. Inserting and scrolling once per message
+// lays out each new line and the view around it: 100,000 messages kept the
+// GUI thread busy for about 20 s. The messages of a burst are collected on
+// the GUI thread instead and go in with one insertion and one scroll, as soon
+// as no further message is queued behind them; a lone message goes in at once.
+std::atomic<int> &queuedMessages()
+{
+    static std::atomic<int> count{0};
+    return count;
+}
+
+QString &collectedMessages() // GUI thread only
+{
+    static QString text;
+    return text;
+}
+
+// One message on its way to the pane. It leaves the count when it arrives, or
+// when it is dropped because its window closed before it was delivered.
+class QueuedMessage
+{
+public:
+    QueuedMessage() { queuedMessages().fetch_add(1); }
+    ~QueuedMessage()
+    {
+        if (!m_arrived)
+            queuedMessages().fetch_sub(1);
+    }
+    QueuedMessage(const QueuedMessage &) = delete;
+    QueuedMessage &operator=(const QueuedMessage &) = delete;
+
+    // True when no other message is queued behind this one.
+    bool arrive()
+    {
+        m_arrived = true;
+        return queuedMessages().fetch_sub(1) == 1;
+    }
+
+private:
+    std::atomic<bool> m_arrived{false};
+};
+
 } // namespace
 
 QPlainTextEdit *outputView()
@@ -41,23 +88,41 @@ QPlainTextEdit *outputView()
 void setOutputView(QPlainTextEdit *pane)
 {
     QPointer<QPlainTextEdit> &slot = paneSlot();
+    if (slot != pane)
+        collectedMessages().clear(); // they were meant for the pane that goes
     if (slot && slot != pane && !slot->parent())
         delete slot.data();
     slot = pane;
 }
 
+void flushPendingOutput()
+{
+    QString &text = collectedMessages();
+    if (text.isEmpty())
+        return;
+    QPlainTextEdit *pane = outputView();
+    QTextCursor cursor(pane->document());
+    cursor.movePosition(QTextCursor::End);
+    QTextCharFormat white;
+    white.setForeground(Qt::white);
+    cursor.insertText(text, white);
+    text.clear();
+    pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
+}
+
 void ViewController::showResults(bool clear, const QString &result)
 {
-    postToMain([clear, result] {
-        QPlainTextEdit *pane = outputView();
-        if (clear)
-            pane->clear();
-        QTextCursor cursor(pane->document());
-        cursor.movePosition(QTextCursor::End);
-        QTextCharFormat white;
-        white.setForeground(Qt::white);
-        cursor.insertText(QStringLiteral("\n") + result, white);
-        pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
+    auto message = std::make_shared<QueuedMessage>();
+    postTo(this, [message = std::move(message), clear, result] {
+        QString &text = collectedMessages();
+        if (clear) {
+            text.clear();
+            outputView()->clear();
+        }
+        text += QLatin1Char('\n');
+        text += result;
+        if (message->arrive())
+            flushPendingOutput();
     });
 }
 

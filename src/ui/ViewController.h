@@ -32,6 +32,10 @@ extern Synchronized<QString> lastStatusFeedBack;
 // is a pane that is shown nowhere.
 QPlainTextEdit *outputView();
 void setOutputView(QPlainTextEdit *pane);
+// Inserts the messages showResults() has collected but not yet put into the
+// pane (GUI thread). Every other post runs it first, so no visible change
+// overtakes a message posted before it.
+void flushPendingOutput();
 
 // The main window. It owns the state the operations share and hosts them; each
 // workflow's code lives in its own file under operations/ (see

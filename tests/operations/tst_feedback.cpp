@@ -218,6 +218,40 @@ private Q_SLOTS:
                 QCOMPARE(it.fragment().charFormat().foreground().color(), QColor(Qt::white));
     }
 
+    void messagesReachThePaneOnTheNextTurn()
+    {
+        ViewController vc;
+        vc.showResults(false, QStringLiteral("one"));
+        QCoreApplication::processEvents();
+        QCOMPARE(paneText(vc), QStringLiteral("\none"));
+
+        // A burst with a button change in its middle: the change sees the
+        // messages posted before it, and a clear drops what came before.
+        for (int i = 0; i < 50; ++i)
+            vc.showResults(i == 10, QStringLiteral("m%1").arg(i));
+        vc.changeButtonStatus(vc.ui.btnScan, 0, false);
+        vc.showResults(false, QStringLiteral("after"));
+        QCoreApplication::processEvents();
+        QStringList expected;
+        for (int i = 10; i < 50; ++i)
+            expected << QStringLiteral("m%1").arg(i);
+        QCOMPARE(paneText(vc),
+                 QStringLiteral("\n") + expected.join(QLatin1Char('\n')) + QStringLiteral("\nafter"));
+    }
+
+    void aClosedWindowsMessagesGoNowhere()
+    {
+        {
+            ViewController first;
+            for (int i = 0; i < 5; ++i)
+                first.showResults(false, QStringLiteral("from the first window"));
+        }
+        ViewController second;
+        second.showResults(false, QStringLiteral("second"));
+        QVERIFY(flushPosts(second));
+        QCOMPARE(paneText(second), QStringLiteral("\nsecond"));
+    }
+
     void paneFollowsTheNewestLine()
     {
         ViewController vc;
