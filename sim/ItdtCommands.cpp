@@ -150,7 +150,7 @@ std::string writeDump(const std::string &folder, const DriveState &d)
     const std::string base = folder + "/" + d.serial + "_" + timestamp();
     const std::string data = dumpContent(d);
     for (int n = 0; n < 1000; ++n) {
-        const std::string path = base + (n ? "_" + std::to_string(n) : "") + ".blz";
+        std::string path = base + (n ? "_" + std::to_string(n) : "") + ".blz";
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
         if (fd < 0 && errno == EEXIST)
             continue;

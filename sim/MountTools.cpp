@@ -22,8 +22,12 @@ void printHostMounts(Context &ctx)
     while (std::getline(in, line)) {
         std::istringstream fields(line);
         std::string dev, dir, type, opts;
-        if (fields >> dev >> dir >> type >> opts)
-            ctx.out(dev + " on " + dir + " type " + type + " (" + opts + ")");
+        if (fields >> dev >> dir >> type >> opts) {
+            std::string entry = dev;
+            entry.append(" on ").append(dir).append(" type ").append(type).append(" (").append(opts).append(
+                ")");
+            ctx.out(entry);
+        }
     }
 }
 

@@ -48,7 +48,7 @@ const Tables &tables()
 
 QString localizedString(const QString &key)
 {
-    const QString found = tables().main.value(key, key);
+    QString found = tables().main.value(key, key);
     if (found != key)
         return found;
     return tables().errors.value(key, key);
