@@ -4,6 +4,7 @@
 
 #include "operations/ExitCode.h"
 #include "operations/Localization.h"
+#include "operations/PaneText.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
@@ -105,7 +106,7 @@ void flushPendingOutput()
     cursor.movePosition(QTextCursor::End);
     QTextCharFormat white;
     white.setForeground(Qt::white);
-    cursor.insertText(text, white);
+    cursor.insertText(withLongLinesCut(text), white);
     text.clear();
     pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
 }
