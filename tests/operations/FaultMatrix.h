@@ -157,6 +157,29 @@ private:
     std::thread m_safety;
 };
 
+// The window as the operator gets it: shown, its first scan done (exit code
+// "0"), the drive of `row` selected, an empty pane and tool log.
+inline bool openWithDriveSelected(ViewController &vc, int row, const QString &id)
+{
+    vc.viewDidLoad({QStringLiteral("tapedesk")});
+    vc.show();
+    if (!waitForPane(vc, QStringLiteral("Scan Complete")) || !waitForIdle(vc))
+        return false;
+    vc.ui.tableView->selectRow(row);
+    if (!waitForPane(vc, id + QStringLiteral(" Selected")))
+        return false;
+    vc.ui.rightScrollView->clear();
+    QFile::remove(toolLogPath());
+    return vc.lastExitCode.get() == QStringLiteral("0");
+}
+
+// Whether the simulator's mount table lists a volume on `point`.
+inline bool mountTableShows(const QString &point)
+{
+    const ProcessResult table = runProcess(simBinDir() + QStringLiteral("/mount"), {}, StreamMode::Separate);
+    return QString::fromUtf8(table.out).contains(QStringLiteral(" on ") + point + QStringLiteral(" type"));
+}
+
 // The pane's lines after the last clear, without the empty first one.
 inline QStringList paneLines(ViewController &vc)
 {

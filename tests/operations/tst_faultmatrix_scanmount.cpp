@@ -12,32 +12,6 @@
 using namespace tapedesk;
 using namespace tapedesk::test;
 
-namespace {
-
-// The window as the operator gets it: shown, its first scan done (exit code
-// "0"), tape0 selected, an empty pane and tool log.
-bool openWithTape0Selected(ViewController &vc)
-{
-    vc.viewDidLoad({QStringLiteral("tapedesk")});
-    vc.show();
-    if (!waitForPane(vc, QStringLiteral("Scan Complete")) || !waitForIdle(vc))
-        return false;
-    vc.ui.tableView->selectRow(0);
-    if (!waitForPane(vc, QStringLiteral("tape0 Selected")))
-        return false;
-    vc.ui.rightScrollView->clear();
-    QFile::remove(toolLogPath());
-    return vc.lastExitCode.get() == QStringLiteral("0");
-}
-
-bool mountTableShows(const QString &point)
-{
-    const ProcessResult table = runProcess(simBinDir() + QStringLiteral("/mount"), {}, StreamMode::Separate);
-    return QString::fromUtf8(table.out).contains(QStringLiteral(" on ") + point + QStringLiteral(" type"));
-}
-
-} // namespace
-
 class FaultMatrixScanMountTest : public QObject
 {
     Q_OBJECT
@@ -63,7 +37,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, mode);
         ViewController vc;
-        QVERIFY(openWithTape0Selected(vc));
+        QVERIFY(openWithDriveSelected(vc, 0, QStringLiteral("tape0")));
         const int rowsBefore = vc.driveModel()->rowCount();
         QCOMPARE(rowsBefore, 5); // four drives of the library and the remembered one
         const auto storeBefore = storeContents();
@@ -107,7 +81,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, mode);
         ViewController vc;
-        QVERIFY(openWithTape0Selected(vc));
+        QVERIFY(openWithDriveSelected(vc, 0, QStringLiteral("tape0")));
         const auto storeBefore = storeContents();
 
         injectFault(QStringLiteral("tape0:ltfs"), mode, 1);
