@@ -11,6 +11,7 @@
 #include <QAbstractScrollArea>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
