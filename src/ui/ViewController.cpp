@@ -106,6 +106,8 @@ void ViewController::buildLayout()
 
     auto group = [&](const QString &title, std::initializer_list<QWidget *> widgets) {
         auto *box = new QGroupBox(title, central);
+        // Named apart from the controls, so "Drives" finds the table alone.
+        box->setAccessibleName(title + QStringLiteral(" actions"));
         auto *l = new QHBoxLayout(box);
         l->setSpacing(8);
         for (QWidget *w : widgets)
