@@ -92,12 +92,12 @@ void writeGarbage(int fd)
 
 } // namespace
 
-Fault findFault(const Tool &tool, std::string_view spec)
+Fault findFault(const Tool &tool, std::string_view faults)
 {
-    while (!spec.empty()) {
-        const auto comma = spec.find(',');
-        const std::string_view entry = trimmed(spec.substr(0, comma));
-        spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+    while (!faults.empty()) {
+        const auto comma = faults.find(',');
+        const std::string_view entry = trimmed(faults.substr(0, comma));
+        faults = comma == std::string_view::npos ? std::string_view() : faults.substr(comma + 1);
         const auto eq = entry.find('=');
         if (eq == std::string_view::npos)
             continue;

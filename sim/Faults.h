@@ -14,7 +14,7 @@ struct Fault
 };
 
 // First entry of TAPESIM_FAIL ("DEVICE:COMMAND=MODE,...") that matches the run.
-Fault findFault(const Tool &tool, std::string_view spec);
+Fault findFault(const Tool &tool, std::string_view faults);
 
 // Runs the tool as the fault demands and returns the exit status (Crash and
 // Hang never return).

@@ -89,7 +89,6 @@ int run(const Options &o, Context &ctx)
 {
     Log log(ctx);
     log("LTFS14000I LTFS starting, LTFS version 2.4.8.4, log level 2.");
-    log("LTFS14058I LTFS Format Specification version 2.4.0.");
     log("LTFS14104I Launched by \"" + o.commandLine + "\".");
     if (o.listDevices)
         return listDevices(ctx, log);

@@ -34,6 +34,6 @@ int main(int argc, char **argv)
         writeFully(2, "usage: tapesim {itdt|mkltfs|ltfs|mount|umount} [arguments]\n");
         return 2;
     }
-    const char *spec = std::getenv("TAPESIM_FAIL");
-    return runWithFault(tool, findFault(tool, spec ? spec : ""), speedFromEnvironment());
+    const char *faults = std::getenv("TAPESIM_FAIL");
+    return runWithFault(tool, findFault(tool, faults ? faults : ""), speedFromEnvironment());
 }

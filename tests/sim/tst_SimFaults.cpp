@@ -13,9 +13,9 @@ using namespace tapedesk::test;
 
 namespace {
 
-QString fail(const QString &spec)
+QString fail(const QString &faults)
 {
-    return QStringLiteral("TAPESIM_FAIL=") + spec;
+    return QStringLiteral("TAPESIM_FAIL=") + faults;
 }
 
 bool validUtf8(const QByteArray &bytes)
@@ -65,11 +65,11 @@ private slots:
 
     void faultsMatchOnlyTheirDeviceAndCommand()
     {
-        const QString spec = fail(QStringLiteral("tape1:load=3, *:dump=4"));
-        QCOMPARE(itdt({"-f", "tape0", "load"}, {spec}).status, 0);
-        QCOMPARE(itdt({"-f", "tape1", "load"}, {spec}).status, 3);
-        QCOMPARE(itdt({"-f", "tape1", "unload"}, {spec}).status, 0);
-        QCOMPARE(itdt({"-f", "/dev/IBMtape3", "dump"}, {spec}).status, 4);
+        const QString faults = fail(QStringLiteral("tape1:load=3, *:dump=4"));
+        QCOMPARE(itdt({"-f", "tape0", "load"}, {faults}).status, 0);
+        QCOMPARE(itdt({"-f", "tape1", "load"}, {faults}).status, 3);
+        QCOMPARE(itdt({"-f", "tape1", "unload"}, {faults}).status, 0);
+        QCOMPARE(itdt({"-f", "/dev/IBMtape3", "dump"}, {faults}).status, 4);
         QCOMPARE(runSim(QStringLiteral("mkltfs"), {"--device=0", "--force"}, {fail("tape0:mkltfs=9")}).status,
                  9);
         QCOMPARE(runSim(QStringLiteral("mkltfs"), {"--device=1"}, {fail("tape0:mkltfs=9")}).status, 0);
