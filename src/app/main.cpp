@@ -1,4 +1,6 @@
 #include "app/AppDelegate.h"
+#include "app/FirstFrame.h"
+#include "app/SignalHandling.h"
 #include "tools/ProcessRunner.h"
 #include "ui/ViewController.h"
 
@@ -11,6 +13,7 @@ int main(int argc, char *argv[])
     app.setOrganizationName(QStringLiteral("TapeDesk"));
     app.setApplicationName(QStringLiteral("TapeDesk"));
     app.setDesktopFileName(QStringLiteral("tapedesk"));
+    tapedesk::installQuitOnSignals();
 
     tapedesk::AppDelegate delegate;
     delegate.applicationDidFinishLaunching();
@@ -20,6 +23,7 @@ int main(int argc, char *argv[])
                      [&delegate] { delegate.applicationWillTerminate(); });
 
     tapedesk::ViewController window;
+    tapedesk::reportFirstFrame(window.centralWidget());
     delegate.installMenus(window.menuBar());
     window.viewDidLoad(app.arguments());
     window.show();

@@ -26,6 +26,18 @@ QString &preservedPath()
     return p;
 }
 
+std::function<void(const QString &)> &problemListener()
+{
+    static std::function<void(const QString &)> listener;
+    return listener;
+}
+
+void tellProblem(const QString &message)
+{
+    if (problemListener())
+        problemListener()(message);
+}
+
 QSettings open()
 {
     return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("TapeDesk"),
@@ -99,7 +111,12 @@ bool isDamaged(const QSettings &s)
     if (!now.exists)
         return false;
     std::optional<Verdict> &last = lastVerdict();
-    if (s.status() != QSettings::NoError) {
+    // An access error also follows a write that failed (a read-only folder):
+    // QSettings keeps the unsaved change and fails again in every instance.
+    // The file is damaged only when it cannot be read itself.
+    const bool unreadable =
+        s.status() == QSettings::AccessError && !QFile(s.fileName()).open(QIODevice::ReadOnly);
+    if (s.status() == QSettings::FormatError || unreadable) {
         last = Verdict{now, true};
     } else if (!last || !(last->state == now)) {
         QFile file(s.fileName());
@@ -132,15 +149,26 @@ template <class F> bool write(F &&change)
         const QSettings s = open();
         if (isDamaged(s)) {
             keepAside(s.fileName());
-            if (QFileInfo::exists(s.fileName()))
+            if (QFileInfo::exists(s.fileName())) {
+                tellProblem(QStringLiteral("The settings file %1 cannot be read and cannot be moved aside; "
+                                           "nothing was saved.")
+                                .arg(s.fileName()));
                 return false; // could not be moved: never write over it
+            }
+            tellProblem(QStringLiteral("The settings file %1 could not be read; it was kept as %2 and a new "
+                                       "one started.")
+                            .arg(s.fileName(), preservedPath()));
         }
     }
     // A fresh instance: the old one keeps the error status of the moved file.
     QSettings s = open();
     change(s);
     s.sync();
-    return s.status() == QSettings::NoError;
+    if (s.status() == QSettings::NoError)
+        return true;
+    tellProblem(QStringLiteral("Could not save settings to %1 - check that its folder can be written to.")
+                    .arg(s.fileName()));
+    return false;
 }
 
 // Reads through here see nothing of a damaged file.
@@ -241,6 +269,12 @@ bool setValues(const QList<QPair<QString, QVariant>> &values)
         for (const auto &[key, value] : values)
             s.setValue(key, value);
     });
+}
+
+void setProblemListener(std::function<void(const QString &)> listener)
+{
+    std::lock_guard lock(storeMutex());
+    problemListener() = std::move(listener);
 }
 
 QString fileName()

@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+#include <functional>
 #include <optional>
 
 namespace tapedesk {
@@ -28,6 +29,11 @@ bool removeKeys(const QStringList &keys);
 bool setValues(const QList<QPair<QString, QVariant>> &values);
 
 std::optional<bool> boolean(const QString &key);
+
+// Told, on the writing thread, in words for the operator, when the store
+// could not be written or a damaged file was moved aside. One listener (the
+// main window); an empty function removes it.
+void setProblemListener(std::function<void(const QString &)> listener);
 
 // Where the store lives, for tests and messages.
 QString fileName();

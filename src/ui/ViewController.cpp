@@ -3,6 +3,7 @@
 #include "tools/Console.h"
 #include "tools/HandOff.h"
 #include "tools/ProcessRunner.h"
+#include "tools/SettingsStore.h"
 #include "tools/Shell.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
@@ -37,10 +38,12 @@ ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
     buildLayout();
     connectActions();
     setOutputView(ui.rightScrollView);
+    SettingsStore::setProblemListener([this](const QString &problem) { showResults(false, problem); });
 }
 
 ViewController::~ViewController()
 {
+    SettingsStore::setProblemListener({});
     // Background parts post back to this window; let them finish first. A
     // hung tool would keep them forever, so its process goes first.
     children::killAll();
