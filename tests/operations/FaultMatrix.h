@@ -185,7 +185,8 @@ inline bool mountTableShows(const QString &point)
 inline QStringList paneLines(ViewController &vc)
 {
     QStringList lines = paneText(vc).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.constFirst().isEmpty())
+    // An empty pane still has one (empty) line, so constLast() is always safe.
+    if (lines.size() > 1 && lines.constFirst().isEmpty())
         lines.removeFirst();
     return lines;
 }
