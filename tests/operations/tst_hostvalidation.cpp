@@ -6,6 +6,7 @@
 #include "operations/Texts.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
@@ -16,36 +17,6 @@ using namespace tapedesk::test;
 
 namespace {
 
-QString logPath()
-{
-    return TestHome::path() + QStringLiteral("/sim.log");
-}
-
-QList<QStringList> itdtRuns()
-{
-    QList<QStringList> runs;
-    for (QStringList argv : simInvocations(logPath())) {
-        if (argv.takeFirst() == QStringLiteral("itdt"))
-            runs << argv;
-    }
-    return runs;
-}
-
-QStringList phase(const QString &word)
-{
-    const QString out = OUTPUT_FOLDER.get().value_or(QString());
-    return {QStringLiteral("-R"),    out, QStringLiteral("-LP"), out, QStringLiteral("-f"),
-            QStringLiteral("tape0"), word};
-}
-
-void selectTape0(ViewController &vc)
-{
-    DriveRecord tape0;
-    tape0.id = QStringLiteral("tape0");
-    tape0.name = QStringLiteral("0");
-    vc.selectedDrive.set(makeDrive(tape0));
-}
-
 const QString kStart = QStringLiteral("\nHost Validation In Process - Please Wait\n\n     Loading...\n");
 
 } // namespace
@@ -55,23 +26,13 @@ class HostValidationTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        resetSimulator();
-        useSimulator();
-        QFile::remove(logPath());
-        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
-    }
-    void cleanup()
-    {
-        qunsetenv("TAPESIM_FAIL");
-        qunsetenv("TAPESIM_LOG");
-    }
+    void init() { freshWorkflowCase(); }
+    void cleanup() { endWorkflowCase(); }
 
     void passingRunEndsWithTheSystemTestReport()
     {
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.press(QStringLiteral("OK"));
         vc.btnHostValidation();
@@ -93,8 +54,10 @@ private Q_SLOTS:
         QVERIFY(report.contains(QStringLiteral("Result: PASSED")));
         QVERIFY(report.endsWith(QStringLiteral("Exit with code: 0\n")));
         QCOMPARE(statusOf(vc.ui.btnHostValidation), QStringLiteral("Complete Button"));
-        QCOMPARE(itdtRuns(), (QList<QStringList>{phase(QStringLiteral("load")), phase(QStringLiteral("rmp")),
-                                                 phase(QStringLiteral("systemtest"))}));
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")),
+                 (QList<QStringList>{itdtArgs(QStringLiteral("tape0"), {QStringLiteral("load")}),
+                                     itdtArgs(QStringLiteral("tape0"), {QStringLiteral("rmp")}),
+                                     itdtArgs(QStringLiteral("tape0"), {QStringLiteral("systemtest")})}));
     }
 
     void failedPhaseEndsWithItsLinesAndTheErrorDisplay_data()
@@ -125,12 +88,11 @@ private Q_SLOTS:
         QFETCH(QStringList, ran);
         qputenv("TAPESIM_FAIL", fault);
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.press(QStringLiteral("OK"));
         vc.btnHostValidation();
-        QVERIFY(
-            waitUntil([&] { return statusOf(vc.ui.btnHostValidation) == QStringLiteral("Fail Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnHostValidation, QStringLiteral("Fail Button")));
         QVERIFY(waitForIdle(vc));
 
         const QString failureLine =
@@ -143,8 +105,8 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc), kStart + lines + failureLine + errorDisplay);
         QList<QStringList> expected;
         for (const QString &word : ran)
-            expected << phase(word);
-        QCOMPARE(itdtRuns(), expected);
+            expected << itdtArgs(QStringLiteral("tape0"), {word});
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")), expected);
     }
 
     void refusalsRunNothing()
@@ -155,31 +117,24 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Error: No Drive Selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nError: No Drive Selected"));
 
-        selectTape0(vc);
+        selectDrive(vc);
         ITDT_PATH.set(std::nullopt);
         vc.btnHostValidation();
         QVERIFY(waitForPane(vc, MSG_NO_PREFERENCES));
         QCOMPARE(paneText(vc), QStringLiteral("\n") + MSG_NO_PREFERENCES);
         QVERIFY(script.seen().isEmpty());
-        QVERIFY(itdtRuns().isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 
     void mountedVolumeIsRefused()
     {
-        QVERIFY(mountWithSimulator(QStringLiteral("0")));
-        QFile::remove(logPath());
-        ViewController vc;
-        selectTape0(vc);
-        DialogScript script;
-        script.press(QStringLiteral("OK"));
-        vc.btnHostValidation();
-        QVERIFY(waitForPane(vc, QStringLiteral("Error: Tape needs to be un-mounted")));
-        QCOMPARE(script.seen().size(), 1);
-        QCOMPARE(script.seen().first().title, QStringLiteral("Host Validation"));
-        QCOMPARE(script.seen().first().informative,
-                 QStringLiteral("Please unmount tape before running test"));
-        QCOMPARE(script.seen().first().buttons, QStringList{QStringLiteral("OK")});
-        QVERIFY(itdtRuns().isEmpty());
+        const QList<SeenDialog> seen =
+            startOnMountedTape0([](ViewController &vc) { vc.btnHostValidation(); });
+        QCOMPARE(seen.size(), 1);
+        QCOMPARE(seen.first().title, QStringLiteral("Host Validation"));
+        QCOMPARE(seen.first().informative, QStringLiteral("Please unmount tape before running test"));
+        QCOMPARE(seen.first().buttons, QStringList{QStringLiteral("OK")});
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 };
 

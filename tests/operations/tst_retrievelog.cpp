@@ -8,6 +8,7 @@
 #include "support/Dialogs.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
@@ -20,21 +21,6 @@ using namespace tapedesk;
 using namespace tapedesk::test;
 
 namespace {
-
-QString logPath()
-{
-    return TestHome::path() + QStringLiteral("/sim.log");
-}
-
-QList<QStringList> itdtRuns()
-{
-    QList<QStringList> runs;
-    for (QStringList argv : simInvocations(logPath())) {
-        if (argv.takeFirst() == QStringLiteral("itdt"))
-            runs << argv;
-    }
-    return runs;
-}
 
 QString output()
 {
@@ -68,14 +54,6 @@ QString filesIn(const QString &folder)
         .join(QLatin1Char(' '));
 }
 
-void selectTape0(ViewController &vc)
-{
-    DriveRecord tape0;
-    tape0.id = QStringLiteral("tape0");
-    tape0.name = QStringLiteral("0");
-    vc.selectedDrive.set(makeDrive(tape0));
-}
-
 int g_targets = 0;
 
 // The folder picker opened on `folder` and confirmed, the way an operator
@@ -100,25 +78,18 @@ class RetrieveLogTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        resetSimulator();
-        useSimulator();
+        freshWorkflowCase();
         QDir(output()).removeRecursively();
         QDir().mkpath(output());
-        QFile::remove(logPath());
-        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
     }
-    void cleanup()
-    {
-        qunsetenv("TAPESIM_FAIL");
-        qunsetenv("TAPESIM_LOG");
-    }
+    void cleanup() { endWorkflowCase(); }
 
     void newDumpIsTakenAndSaved()
     {
         writeOlderDumps({QStringLiteral("0.blz"), QStringLiteral("zzz.blz")});
         const QString target = makeDir(QStringLiteral("target%1").arg(++g_targets));
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.then(chooseFolder(target));
         vc.btnRetrieveLog();
@@ -126,9 +97,8 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
 
         const QString out = output();
-        QCOMPARE(itdtRuns(), (QList<QStringList>{{QStringLiteral("-R"), out, QStringLiteral("-LP"), out,
-                                                  QStringLiteral("-f"), QStringLiteral("tape0"),
-                                                  QStringLiteral("dump")}}));
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")),
+                 QList<QStringList>{itdtArgs(QStringLiteral("tape0"), {QStringLiteral("dump")})});
         QCOMPARE(script.seen().size(), 1);
         QCOMPARE(script.seen().first().title, kPickFolderTitle);
         // The one new file in the output folder is the one saved.
@@ -152,7 +122,7 @@ private Q_SLOTS:
     void cancelledPickerSavesNothing()
     {
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.cancelPicker();
         vc.btnRetrieveLog();
@@ -170,15 +140,14 @@ private Q_SLOTS:
         qputenv("TAPESIM_FAIL", "tape0:dump=1");
         const QString target = makeDir(QStringLiteral("target%1").arg(++g_targets));
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.then(chooseFolder(target));
         vc.btnRetrieveLog();
         QVERIFY(waitForPane(vc, supportLine()));
         QVERIFY(waitForIdle(vc));
         QVERIFY(paneText(vc).contains(QStringLiteral("Exit with code: 1\n")));
-        for (int i = 1; i <= g_targets; ++i)
-            QCOMPARE(filesIn(target), QStringLiteral("0.blz"));
+        QCOMPARE(filesIn(target), QStringLiteral("0.blz"));
         QCOMPARE(readFile(target + QStringLiteral("/0.blz")), QByteArray("0.blz"));
         QCOMPARE(statusOf(vc.ui.btnRetriveLog), QStringLiteral("Complete Button"));
     }
@@ -193,7 +162,7 @@ private Q_SLOTS:
         old.write("saved last week");
         old.close();
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.then(chooseFolder(target)).press(QStringLiteral("Cancel"));
         vc.btnRetrieveLog();
@@ -226,7 +195,7 @@ private Q_SLOTS:
             OUTPUT_FOLDER.set(file);
         }
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         vc.btnRetrieveLog();
         QVERIFY(waitForPane(vc, line));
@@ -243,31 +212,23 @@ private Q_SLOTS:
         vc.btnRetrieveLog();
         QVERIFY(waitForPane(vc, QStringLiteral("Error: No Drive Selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nError: No Drive Selected"));
-        selectTape0(vc);
+        selectDrive(vc);
         MKLTFS_PATH.set(std::nullopt);
         vc.btnRetrieveLog();
         QVERIFY(waitForPane(vc, MSG_NO_PREFERENCES));
         QCOMPARE(paneText(vc), QStringLiteral("\n") + MSG_NO_PREFERENCES);
         QVERIFY(script.seen().isEmpty());
-        QVERIFY(itdtRuns().isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 
     void mountedVolumeIsRefused()
     {
-        QVERIFY(mountWithSimulator(QStringLiteral("0")));
-        QFile::remove(logPath());
-        ViewController vc;
-        selectTape0(vc);
-        DialogScript script;
-        script.press(QStringLiteral("OK"));
-        vc.btnRetrieveLog();
-        QVERIFY(waitForPane(vc, QStringLiteral("Error: Tape needs to be un-mounted")));
-        QCOMPARE(script.seen().size(), 1);
-        QCOMPARE(script.seen().first().title, QStringLiteral("Update Retrieve Log"));
-        QCOMPARE(script.seen().first().informative,
-                 QStringLiteral("Please unmount tape before retrieving log"));
-        QCOMPARE(script.seen().first().buttons, QStringList{QStringLiteral("OK")});
-        QVERIFY(itdtRuns().isEmpty());
+        const QList<SeenDialog> seen = startOnMountedTape0([](ViewController &vc) { vc.btnRetrieveLog(); });
+        QCOMPARE(seen.size(), 1);
+        QCOMPARE(seen.first().title, QStringLiteral("Update Retrieve Log"));
+        QCOMPARE(seen.first().informative, QStringLiteral("Please unmount tape before retrieving log"));
+        QCOMPARE(seen.first().buttons, QStringList{QStringLiteral("OK")});
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 };
 

@@ -5,6 +5,7 @@
 #include "operations/Texts.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
@@ -21,37 +22,6 @@ const QString kInProgress = QStringLiteral(
     "'testing Complete' appear several times during this test process as each phases of the overall test in "
     "finished, please wait for 'Standard Test Compete to ensure all phases of the test are finished'\n");
 
-QString logPath()
-{
-    return TestHome::path() + QStringLiteral("/sim.log");
-}
-
-// The itdt runs of this test, each as its argument list after the tool name.
-QList<QStringList> itdtRuns()
-{
-    QList<QStringList> runs;
-    for (QStringList argv : simInvocations(logPath())) {
-        if (argv.takeFirst() == QStringLiteral("itdt"))
-            runs << argv;
-    }
-    return runs;
-}
-
-QStringList phase(const QString &word)
-{
-    const QString out = OUTPUT_FOLDER.get().value_or(QString());
-    return {QStringLiteral("-R"),    out, QStringLiteral("-LP"), out, QStringLiteral("-f"),
-            QStringLiteral("tape0"), word};
-}
-
-void selectTape0(ViewController &vc)
-{
-    DriveRecord tape0;
-    tape0.id = QStringLiteral("tape0");
-    tape0.name = QStringLiteral("0");
-    vc.selectedDrive.set(makeDrive(tape0));
-}
-
 } // namespace
 
 class StandardTestTest : public QObject
@@ -59,18 +29,8 @@ class StandardTestTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        resetSimulator();
-        useSimulator();
-        QFile::remove(logPath());
-        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
-    }
-    void cleanup()
-    {
-        qunsetenv("TAPESIM_FAIL");
-        qunsetenv("TAPESIM_LOG");
-    }
+    void init() { freshWorkflowCase(); }
+    void cleanup() { endWorkflowCase(); }
 
     // A silent rmp leaves no output: it is judged by the load's code and the
     // test goes on.
@@ -86,7 +46,7 @@ private Q_SLOTS:
         if (!fault.isEmpty())
             qputenv("TAPESIM_FAIL", fault);
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.press(QStringLiteral("OK"));
         vc.btnRunTest();
@@ -103,8 +63,10 @@ private Q_SLOTS:
                      QStringLiteral("\n     Loading...\n\n     Load Complete\n\n     Testing\n\n     "
                                     "Testing Complete\n\nStandard Test Complete"));
         QCOMPARE(statusOf(vc.ui.btnTest), QStringLiteral("Complete Button"));
-        QCOMPARE(itdtRuns(), (QList<QStringList>{phase(QStringLiteral("load")), phase(QStringLiteral("rmp")),
-                                                 phase(QStringLiteral("standardtest"))}));
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")),
+                 (QList<QStringList>{itdtArgs(QStringLiteral("tape0"), {QStringLiteral("load")}),
+                                     itdtArgs(QStringLiteral("tape0"), {QStringLiteral("rmp")}),
+                                     itdtArgs(QStringLiteral("tape0"), {QStringLiteral("standardtest")})}));
     }
 
     void failedPhaseEndsTheRun_data()
@@ -141,11 +103,11 @@ private Q_SLOTS:
         QFETCH(QStringList, ran);
         qputenv("TAPESIM_FAIL", fault);
         ViewController vc;
-        selectTape0(vc);
+        selectDrive(vc);
         DialogScript script;
         script.press(QStringLiteral("OK"));
         vc.btnRunTest();
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnTest) == QStringLiteral("Fail Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnTest, QStringLiteral("Fail Button")));
         QVERIFY(waitForIdle(vc));
 
         // No error display: the pane ends with the failure line.
@@ -153,8 +115,8 @@ private Q_SLOTS:
                  QStringLiteral("\n") + kInProgress + QStringLiteral("\n     Loading...\n") + after);
         QList<QStringList> expected;
         for (const QString &word : ran)
-            expected << phase(word);
-        QCOMPARE(itdtRuns(), expected);
+            expected << itdtArgs(QStringLiteral("tape0"), {word});
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")), expected);
         QCOMPARE(script.unexpected().size(), 0);
     }
 
@@ -166,7 +128,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Error: No Drive Selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nError: No Drive Selected"));
 
-        selectTape0(vc);
+        selectDrive(vc);
         OUTPUT_FOLDER.set(std::nullopt);
         vc.btnRunTest();
         QVERIFY(waitForPane(vc, MSG_NO_PREFERENCES));
@@ -181,25 +143,17 @@ private Q_SLOTS:
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::processEvents();
         QCOMPARE(paneText(vc), QStringLiteral("earlier"));
-        QVERIFY(itdtRuns().isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 
     void mountedVolumeIsRefused()
     {
-        QVERIFY(mountWithSimulator(QStringLiteral("0")));
-        QFile::remove(logPath());
-        ViewController vc;
-        selectTape0(vc);
-        DialogScript script;
-        script.press(QStringLiteral("OK"));
-        vc.btnRunTest();
-        QVERIFY(waitForPane(vc, QStringLiteral("Error: Tape needs to be un-mounted")));
-        QCOMPARE(script.seen().size(), 1);
-        QCOMPARE(script.seen().first().title, QStringLiteral("Run Test"));
-        QCOMPARE(script.seen().first().informative,
-                 QStringLiteral("Please unmount tape before running test"));
-        QCOMPARE(script.seen().first().buttons, QStringList{QStringLiteral("OK")});
-        QVERIFY(itdtRuns().isEmpty());
+        const QList<SeenDialog> seen = startOnMountedTape0([](ViewController &vc) { vc.btnRunTest(); });
+        QCOMPARE(seen.size(), 1);
+        QCOMPARE(seen.first().title, QStringLiteral("Run Test"));
+        QCOMPARE(seen.first().informative, QStringLiteral("Please unmount tape before running test"));
+        QCOMPARE(seen.first().buttons, QStringList{QStringLiteral("OK")});
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 };
 
