@@ -2,21 +2,17 @@
 // Updating a drive's firmware: the warning, the file choice, and the
 // simulated itdt's verdict on the Upgrade button.
 
-#include "drives/DriveStateStore.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
-#include "tools/SettingsStore.h"
+#include "support/WorkflowFixture.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileDialog>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QProcess>
 #include <QPushButton>
 #include <QTableView>
 
@@ -25,35 +21,15 @@ using namespace tapedesk::test;
 
 namespace {
 
-QString logPath()
-{
-    return TestHome::path() + QStringLiteral("/tapesim-log.jsonl");
-}
-
-// itdt runs the simulator logged for `subcommand`, arguments only.
-QList<QStringList> itdtRuns(const QString &subcommand)
+// The firmware runs of itdt, leaving out the scan's.
+QList<QStringList> ucodeRuns()
 {
     QList<QStringList> runs;
-    for (const QByteArray &line : readFile(logPath()).split('\n')) {
-        const QJsonArray argv = QJsonDocument::fromJson(line).array();
-        if (argv.isEmpty() || argv.first().toString() != QStringLiteral("itdt"))
-            continue;
-        QStringList args;
-        for (qsizetype i = 1; i < argv.size(); ++i)
-            args << argv.at(i).toString();
-        if (args.contains(subcommand))
+    for (const QStringList &args : simRunsOf(QStringLiteral("itdt"))) {
+        if (args.contains(QStringLiteral("ucode")))
             runs << args;
     }
     return runs;
-}
-
-void selectTape0(ViewController &vc)
-{
-    vc.btnScan();
-    QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-    QVERIFY(waitForIdle(vc));
-    vc.ui.tableView->selectRow(0);
-    QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
 }
 
 // Types the whole path into the picker's name field: the folder listing
@@ -86,23 +62,14 @@ class FirmwareTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        QFile::remove(qEnvironmentVariable("TAPESIM_HOME") + QStringLiteral("/state.ini"));
-        QFile::remove(logPath());
-        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
-        qunsetenv("TAPESIM_FAIL");
-        SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
-        mountedDrives.set({});
-        driveList.clear();
-        useSimulator();
-    }
+    void init() { freshWorkflowCase(); }
+    void cleanup() { endWorkflowCase(); }
 
     void updateCompletes()
     {
         const QString file = firmwareFile(QStringLiteral("new.fmrz"));
         ViewController vc;
-        selectTape0(vc);
+        QVERIFY(scanAndSelectRow(vc, 0));
         QStringList offered;
         bool hiddenShown = false;
         DialogScript script;
@@ -118,11 +85,8 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc), QStringLiteral("\nFirmware Update Complete"));
         QCOMPARE(statusOf(vc.ui.btnUpgrade), QStringLiteral("Complete Button"));
         QCOMPARE(vc.firmwareFileAndPath.get(), file);
-        const QString out = OUTPUT_FOLDER.get().value();
-        const QList<QStringList> expected{{QStringLiteral("-R"), out, QStringLiteral("-LP"), out,
-                                           QStringLiteral("-f"), QStringLiteral("tape0"),
-                                           QStringLiteral("ucode"), file}};
-        QCOMPARE(itdtRuns(QStringLiteral("ucode")), expected);
+        QCOMPARE(ucodeRuns(),
+                 QList<QStringList>{itdtArgs(QStringLiteral("tape0"), {QStringLiteral("ucode"), file})});
         QCOMPARE(script.seen()[0].title, QStringLiteral("Warning!"));
         QCOMPARE(script.seen()[0].informative,
                  QStringLiteral("Are you sure you want to upgrade, please contact corvel support before "
@@ -137,7 +101,7 @@ private Q_SLOTS:
         qputenv("TAPESIM_FAIL", "tape0:ucode=7");
         const QString file = firmwareFile(QStringLiteral("old.fm"));
         ViewController vc;
-        selectTape0(vc);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("OK")).then([&](QWidget *d, const SeenDialog &) { choose(d, file); });
         vc.btnUpgrade(vc.ui.btnUpgrade);
@@ -151,31 +115,31 @@ private Q_SLOTS:
         QCOMPARE(lines[1], QStringLiteral("Firmware Update Failed - Contact Corvel Support"));
         QVERIFY(!lines[2].isEmpty() && !lines[3].isEmpty());
         QCOMPARE(statusOf(vc.ui.btnUpgrade), QStringLiteral("Fail Button"));
-        QCOMPARE(itdtRuns(QStringLiteral("ucode")).size(), 1);
+        QCOMPARE(ucodeRuns().size(), 1);
     }
 
     void pickerCancelled()
     {
         ViewController vc;
-        selectTape0(vc);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("OK")).cancelPicker();
         vc.btnUpgrade(vc.ui.btnUpgrade);
         QVERIFY(waitForPane(vc, QStringLiteral("no firmware to update")));
         QCOMPARE(paneText(vc), QStringLiteral("\nno firmware to update"));
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnUpgrade) == QStringLiteral("In Process Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnUpgrade, QStringLiteral("In Process Button")));
         QCOMPARE(vc.firmwareFileAndPath.get(), QString());
-        QVERIFY(itdtRuns(QStringLiteral("ucode")).isEmpty());
+        QVERIFY(ucodeRuns().isEmpty());
     }
 
     void warningCancelled()
     {
         ViewController vc;
-        selectTape0(vc);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("Cancel"));
         vc.btnUpgrade(vc.ui.btnUpgrade);
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnUpgrade) == QStringLiteral("In Process Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnUpgrade, QStringLiteral("In Process Button")));
         QCOMPARE(script.seen().size(), 1);
         QVERIFY(script.unexpected().isEmpty());
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape0 Selected"));
@@ -183,14 +147,9 @@ private Q_SLOTS:
 
     void mountedVolumeRefused()
     {
-        QVERIFY(QDir().mkpath(QStringLiteral("/tmp/ltfs/mnt/0")));
-        QCOMPARE(
-            QProcess::execute(simBinDir() + QStringLiteral("/ltfs"),
-                              {QStringLiteral("/tmp/ltfs/mnt/0"), QStringLiteral("-o"),
-                               QStringLiteral("devname=0"), QStringLiteral("-o"), QStringLiteral("eject")}),
-            0);
+        QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
-        selectTape0(vc);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("OK"));
         vc.btnUpgrade(vc.ui.btnUpgrade);
@@ -202,7 +161,7 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc),
                  QStringLiteral("\nReady \ntape0 Selected\nError: Tape needs to be un-mounted"));
         QCOMPARE(statusOf(vc.ui.btnUpgrade), QString());
-        QVERIFY(itdtRuns(QStringLiteral("ucode")).isEmpty());
+        QVERIFY(ucodeRuns().isEmpty());
     }
 
     // Both refusals append to what the pane already shows.

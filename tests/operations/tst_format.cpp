@@ -3,17 +3,14 @@
 // volume, and answer the questions that follow; the simulated mkltfs records
 // what it was asked to do.
 
-#include "drives/DriveStateStore.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
-#include "tools/SettingsStore.h"
+#include "support/WorkflowFixture.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -32,27 +29,6 @@ namespace {
 const QString kNameQuestion = QStringLiteral("Assign tape name (6 character alphanumeric: EG: KT1234)");
 const QString kReformatTitle =
     QStringLiteral("Tape already Formatted: Reformat tape - this will destroy all existing data on tape");
-
-QString logPath()
-{
-    return TestHome::path() + QStringLiteral("/tapesim-log.jsonl");
-}
-
-// Every run of `tool` the simulator logged, arguments only.
-QList<QStringList> runsOf(const QString &tool)
-{
-    QList<QStringList> runs;
-    for (const QByteArray &line : readFile(logPath()).split('\n')) {
-        const QJsonArray argv = QJsonDocument::fromJson(line).array();
-        if (argv.isEmpty() || argv.first().toString() != tool)
-            continue;
-        QStringList args;
-        for (qsizetype i = 1; i < argv.size(); ++i)
-            args << argv.at(i).toString();
-        runs << args;
-    }
-    return runs;
-}
 
 QStringList mkltfsArgs(const QString &device, const QString &name, bool force = false)
 {
@@ -73,17 +49,6 @@ int countKind(const DialogScript &script, const QString &kind)
                                           [&](const SeenDialog &d) { return d.kind == kind; }));
 }
 
-// Scans and selects a row the way the operator does.
-void selectRow(ViewController &vc, int row)
-{
-    vc.btnScan();
-    QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-    QVERIFY(waitForIdle(vc));
-    vc.ui.tableView->selectRow(row);
-    QVERIFY(waitForPane(vc, QStringLiteral(" Selected")));
-    QVERIFY(vc.selectedDrive.get());
-}
-
 // What "mount" lists now.
 QString mountTable()
 {
@@ -93,17 +58,6 @@ QString mountTable()
     return QString::fromUtf8(p.readAllStandardOutput());
 }
 
-// Mounts tape0's volume behind TapeDesk's back, as a mount left from an
-// earlier session would be.
-void mountTape0InSimulator()
-{
-    QVERIFY(QDir().mkpath(QStringLiteral("/tmp/ltfs/mnt/0")));
-    QCOMPARE(QProcess::execute(simBinDir() + QStringLiteral("/ltfs"),
-                               {QStringLiteral("/tmp/ltfs/mnt/0"), QStringLiteral("-o"),
-                                QStringLiteral("devname=0"), QStringLiteral("-o"), QStringLiteral("eject")}),
-             0);
-}
-
 } // namespace
 
 class FormatTest : public QObject
@@ -111,41 +65,30 @@ class FormatTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        QFile::remove(qEnvironmentVariable("TAPESIM_HOME") + QStringLiteral("/state.ini"));
-        QFile::remove(logPath());
-        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
-        qunsetenv("TAPESIM_FAIL");
-        SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
-        mountedDrives.set({});
-        driveList.clear();
-        useSimulator();
-    }
+    void init() { freshWorkflowCase(); }
+    void cleanup() { endWorkflowCase(); }
 
     // tape1 holds a blank cartridge in an HH9 drive, which asks to proceed.
     void blankTapeFormattedUpperCasedThenEjected()
     {
         ViewController vc;
-        selectRow(vc, 1);
+        QVERIFY(scanAndSelectRow(vc, 1));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("abcdef")).press(QStringLiteral("Eject"));
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitUntil([&] { return script.pending() == 0; }));
         QVERIFY(waitUntil([&] {
-            return !runsOf(QStringLiteral("itdt")).isEmpty() &&
-                   runsOf(QStringLiteral("itdt")).constLast().contains(QStringLiteral("unload"));
+            return !simRunsOf(QStringLiteral("itdt")).isEmpty() &&
+                   simRunsOf(QStringLiteral("itdt")).constLast().contains(QStringLiteral("unload"));
         }));
         QVERIFY(waitForIdle(vc));
 
         QCOMPARE(paneText(vc), QStringLiteral("\nFormatting Tape - This May Take Several Minutes"
                                               "\n--device= 1\n--tape-serial= ABCDEF\n--volume-name= ABCDEF"));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")),
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
                  QList<QStringList>{mkltfsArgs(QStringLiteral("1"), QStringLiteral("ABCDEF"))});
-        const QString out = OUTPUT_FOLDER.get().value();
-        QCOMPARE(runsOf(QStringLiteral("itdt")).constLast(),
-                 (QStringList{QStringLiteral("-R"), out, QStringLiteral("-LP"), out, QStringLiteral("-f"),
-                              QStringLiteral("tape1"), QStringLiteral("unload")}));
+        QCOMPARE(simRunsOf(QStringLiteral("itdt")).constLast(),
+                 itdtArgs(QStringLiteral("tape1"), {QStringLiteral("unload")}));
         QVERIFY(simState().contains(QStringLiteral("volume = ABCDEF")));
         QCOMPARE(vc.selectedDrive.get()->record().barCode, QStringLiteral("ABCDEF"));
         QCOMPARE(vc.volume_name.get(), QStringLiteral("ABCDEF"));
@@ -166,19 +109,19 @@ private Q_SLOTS:
     void formattedTapeMountedAfterwards()
     {
         ViewController vc;
-        selectRow(vc, 1);
+        QVERIFY(scanAndSelectRow(vc, 1));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("KT1234")).press(QStringLiteral("Mount"));
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")));
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")),
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
                  QList<QStringList>{mkltfsArgs(QStringLiteral("1"), QStringLiteral("KT1234"))});
-        QCOMPARE(runsOf(QStringLiteral("ltfs")).size(), 1);
+        QCOMPARE(simRunsOf(QStringLiteral("ltfs")).size(), 1);
         QVERIFY(paneText(vc).startsWith(QStringLiteral("\nMounting Tape")));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
         QCOMPARE(vc.selectedDrive.get()->record().label, QStringLiteral("KT1234"));
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnMount) == QStringLiteral("Complete Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnMount, QStringLiteral("Complete Button")));
         QVERIFY(script.unexpected().isEmpty());
         QCOMPARE(countKind(script, QStringLiteral("message")), 2);
     }
@@ -186,7 +129,7 @@ private Q_SLOTS:
     void namingCancelled()
     {
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("Cancel")).type(QStringLiteral("-1"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -201,7 +144,7 @@ private Q_SLOTS:
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled")));
         QCOMPARE(paneText(vc), QStringLiteral("\nRemoving Mounted Record\nFormat Canceled"));
-        QVERIFY(runsOf(QStringLiteral("mkltfs")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("mkltfs")).isEmpty());
         QCOMPARE(countKind(script, QStringLiteral("input")), 2);
         QVERIFY(script.unexpected().isEmpty());
     }
@@ -209,7 +152,7 @@ private Q_SLOTS:
     void invalidNamesAskedAgain()
     {
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         const QStringList bad{QStringLiteral("ABCDE"),  QStringLiteral("ABCDEFG"), QString(),
                               QStringLiteral("      "), QStringLiteral("AB-CDE"),  QStringLiteral("AB_CDE"),
                               QStringLiteral("AB CDE")};
@@ -230,7 +173,7 @@ private Q_SLOTS:
             QCOMPARE(seen[2 * i + 1].buttons, QStringList{QStringLiteral("OK")});
         }
         QCOMPARE(seen.constLast().title, QStringLiteral("Format Drive"));
-        QVERIFY(runsOf(QStringLiteral("mkltfs")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("mkltfs")).isEmpty());
         QVERIFY(script.unexpected().isEmpty());
     }
 
@@ -246,7 +189,7 @@ private Q_SLOTS:
                                            "echo 'LTFS15024I Medium formatted successfully.' >&2\n"));
         MKLTFS_PATH.set(mk);
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.type(QStringLiteral("éàüñçö")).press(QStringLiteral("Eject"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -263,7 +206,7 @@ private Q_SLOTS:
     void alreadyFormattedReformatCancelled()
     {
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.type(QStringLiteral("new001")).press(QStringLiteral("Cancel"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -274,7 +217,7 @@ private Q_SLOTS:
         QCOMPARE(script.seen()[1].title, kReformatTitle);
         QCOMPARE(script.seen()[1].informative, QStringLiteral("Reformat tape?"));
         QCOMPARE(script.seen()[1].buttons, (QStringList{QStringLiteral("OK"), QStringLiteral("Cancel")}));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")),
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
                  QList<QStringList>{mkltfsArgs(QStringLiteral("0"), QStringLiteral("NEW001"))});
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
         QCOMPARE(statusOf(vc.ui.btnFormat), QStringLiteral("In Process Button"));
@@ -285,21 +228,20 @@ private Q_SLOTS:
     void alreadyFormattedReformatForced()
     {
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.type(QStringLiteral("NEW001")).press(QStringLiteral("OK")).press(QStringLiteral("Eject"));
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitUntil([&] { return script.pending() == 0; }));
         QVERIFY(waitForIdle(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nTape Format Complete"));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")),
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
                  (QList<QStringList>{mkltfsArgs(QStringLiteral("0"), QStringLiteral("NEW001")),
                                      mkltfsArgs(QStringLiteral("0"), QStringLiteral("NEW001"), true)}));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")).constLast().at(1), QStringLiteral("--force"));
         QVERIFY(simState().contains(QStringLiteral("volume = NEW001")));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QCOMPARE(script.seen().constLast().title, QStringLiteral("Tape Format Complete"));
-        QVERIFY(runsOf(QStringLiteral("itdt")).constLast().contains(QStringLiteral("unload")));
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).constLast().contains(QStringLiteral("unload")));
         QVERIFY(script.unexpected().isEmpty());
     }
 
@@ -322,7 +264,7 @@ private Q_SLOTS:
                                "esac\n"));
         MKLTFS_PATH.set(mk);
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         bool sawBusy = false;
         bool sawPainting = false;
         QTimer watch;
@@ -353,7 +295,7 @@ private Q_SLOTS:
     {
         qputenv("TAPESIM_FAIL", "tape1:mkltfs=8");
         ViewController vc;
-        selectRow(vc, 1);
+        QVERIFY(scanAndSelectRow(vc, 1));
         QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("ABC123"));
@@ -364,7 +306,7 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc), QStringLiteral("\nTape Format Failed"));
         QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
-        QCOMPARE(runsOf(QStringLiteral("mkltfs")).size(), 1);
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")).size(), 1);
         QVERIFY(script.unexpected().isEmpty());
         QCOMPARE(script.seen().size(), 2);
     }
@@ -375,7 +317,7 @@ private Q_SLOTS:
     void serialRefusedByMkltfsIsAFailure()
     {
         ViewController vc;
-        selectRow(vc, 1);
+        QVERIFY(scanAndSelectRow(vc, 1));
         QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("éàüñçö"));
@@ -401,7 +343,7 @@ private Q_SLOTS:
                                        "echo 'LTFS15023I Formatting failed.' >&2; exit 8\n"));
         MKLTFS_PATH.set(mk);
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.type(QStringLiteral("NEW001")).press(QStringLiteral("OK"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -416,7 +358,7 @@ private Q_SLOTS:
     void hh9AndTd9AskToProceed()
     {
         ViewController vc;
-        selectRow(vc, 1); // Corvel HH9
+        QVERIFY(scanAndSelectRow(vc, 1)); // Corvel HH9
         DialogScript script;
         script.press(QStringLiteral("Cancel"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -444,16 +386,16 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled")));
         QCOMPARE(script.seen().constLast().title, QStringLiteral("Format Drive"));
         QCOMPARE(script.seen().size(), 4);
-        QVERIFY(runsOf(QStringLiteral("mkltfs")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("mkltfs")).isEmpty());
         QVERIFY(script.unexpected().isEmpty());
     }
 
     // The volume goes away first; only then is the name asked, once.
     void mountedTapeUnmountedFirst()
     {
-        mountTape0InSimulator();
+        QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         QVERIFY(vc.isTapeMounted());
         bool unmountedWhenAsked = false;
         DialogScript script;
@@ -494,9 +436,9 @@ private Q_SLOTS:
                             QStringLiteral("'\nwhile [ ! -e '") + release +
                             QStringLiteral("' ]; do sleep 0.02; done\n"
                                            "echo 'LTFS15024I Medium formatted successfully.' >&2\n")));
-        mountTape0InSimulator();
+        QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         int busyChecks = 0;
         bool everIdle = false;
         QTimer watch;
@@ -528,9 +470,9 @@ private Q_SLOTS:
 
     void mountedTapeWarningCancelled()
     {
-        mountTape0InSimulator();
+        QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         DialogScript script;
         script.press(QStringLiteral("Cancel"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -538,7 +480,7 @@ private Q_SLOTS:
         QCOMPARE(script.seen().size(), 1);
         QVERIFY(!vc.formatTapeEnabled.load());
         QVERIFY(vc.isTapeMounted());
-        QVERIFY(runsOf(QStringLiteral("umount")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("umount")).isEmpty());
     }
 
     void refusedBeforeAnythingRuns()
@@ -549,7 +491,7 @@ private Q_SLOTS:
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Error: No drive selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nError: No drive selected"));
-        QVERIFY(waitUntil([&] { return statusOf(vc.ui.btnFormat) == QStringLiteral("Fail Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnFormat, QStringLiteral("Fail Button")));
 
         // A drive whose name cannot name a device.
         DriveRecord odd;
@@ -567,7 +509,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("WARNING: No preferences set for paths")));
         QCOMPARE(paneText(vc), QStringLiteral("\nWARNING: No preferences set for paths"));
         QVERIFY(script.seen().isEmpty());
-        QVERIFY(runsOf(QStringLiteral("mkltfs")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("mkltfs")).isEmpty());
     }
 
     // The format acts on the drive Format was pressed on, and only while it
@@ -575,7 +517,7 @@ private Q_SLOTS:
     void selectionChangedDuringNaming()
     {
         ViewController vc;
-        selectRow(vc, 0);
+        QVERIFY(scanAndSelectRow(vc, 0));
         const DrivePtr other = driveList.snapshot().at(3);
         DialogScript script;
         script.then([&](QWidget *d, const SeenDialog &) {
@@ -587,7 +529,7 @@ private Q_SLOTS:
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled - tape0 is no longer the selected drive")));
         QCoreApplication::processEvents();
-        QVERIFY(runsOf(QStringLiteral("mkltfs")).isEmpty());
+        QVERIFY(simRunsOf(QStringLiteral("mkltfs")).isEmpty());
         QCOMPARE(other->record().barCode, QString());
         QCOMPARE(driveList.snapshot().at(0)->record().barCode, QString());
 
