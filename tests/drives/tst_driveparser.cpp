@@ -3,9 +3,6 @@
 #include "support/TestMain.h"
 
 #include <QObject>
-#include <QTemporaryFile>
-#include <cstdio>
-#include <unistd.h>
 
 Q_DECLARE_METATYPE(tapedesk::DriveRecord)
 
@@ -13,25 +10,6 @@ using namespace tapedesk;
 using namespace tapedesk::test;
 
 namespace {
-
-// What this process prints on fd 1 while `f` runs.
-template <class F> QList<QByteArray> consoleOf(F &&f)
-{
-    QTemporaryFile file;
-    if (!file.open())
-        return {};
-    std::fflush(stdout);
-    const int saved = ::dup(STDOUT_FILENO);
-    ::dup2(file.handle(), STDOUT_FILENO);
-    f();
-    std::fflush(stdout);
-    ::dup2(saved, STDOUT_FILENO);
-    ::close(saved);
-    QByteArray all = readFile(file.fileName());
-    if (all.endsWith('\n'))
-        all.chop(1);
-    return all.isEmpty() ? QList<QByteArray>{} : all.split('\n');
-}
 
 QList<DriveRecord> parse(const QString &report)
 {

@@ -3,7 +3,10 @@
 #include <QDir>
 #include <QFile>
 #include <QProcessEnvironment>
+#include <QTemporaryFile>
+#include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace tapedesk::test {
 
@@ -81,6 +84,24 @@ QByteArray readFile(const QString &path)
     if (!f.open(QIODevice::ReadOnly))
         return {};
     return f.readAll();
+}
+
+QList<QByteArray> consoleOf(const std::function<void()> &f)
+{
+    QTemporaryFile file;
+    if (!file.open())
+        return {};
+    std::fflush(stdout);
+    const int saved = ::dup(STDOUT_FILENO);
+    ::dup2(file.handle(), STDOUT_FILENO);
+    f();
+    std::fflush(stdout);
+    ::dup2(saved, STDOUT_FILENO);
+    ::close(saved);
+    QByteArray all = readFile(file.fileName());
+    if (all.endsWith('\n'))
+        all.chop(1);
+    return all.isEmpty() ? QList<QByteArray>{} : all.split('\n');
 }
 
 } // namespace tapedesk::test

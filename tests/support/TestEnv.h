@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <functional>
 
 namespace tapedesk::test {
 
@@ -42,5 +43,8 @@ QString makeDir(const QString &relative);
 
 // Whole content of a file, or "" if unreadable.
 QByteArray readFile(const QString &path);
+
+// What this process prints on fd 1 while `f` runs, one entry a line.
+QList<QByteArray> consoleOf(const std::function<void()> &f);
 
 } // namespace tapedesk::test

@@ -10,9 +10,6 @@
 #include <QPushButton>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryFile>
-#include <cstdio>
-#include <unistd.h>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -129,25 +126,6 @@ void pointLoginAt(const QString &base)
 bool settle(const TokenServer &server, const AuthenticateViewController &login, int n)
 {
     return waitUntil([&] { return server.requests.size() >= n && login.requestsInFlight() == 0; });
-}
-
-// What this process prints on fd 1 while `f` runs.
-template <class F> QList<QByteArray> consoleOf(F &&f)
-{
-    QTemporaryFile file;
-    if (!file.open())
-        return {};
-    std::fflush(stdout);
-    const int saved = ::dup(STDOUT_FILENO);
-    ::dup2(file.handle(), STDOUT_FILENO);
-    f();
-    std::fflush(stdout);
-    ::dup2(saved, STDOUT_FILENO);
-    ::close(saved);
-    QByteArray all = readFile(file.fileName());
-    if (all.endsWith('\n'))
-        all.chop(1);
-    return all.isEmpty() ? QList<QByteArray>{} : all.split('\n');
 }
 
 } // namespace

@@ -7,10 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QObject>
-#include <QTemporaryFile>
-#include <cstdio>
 #include <fcntl.h>
-#include <unistd.h>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -52,25 +49,6 @@ bool allAbsent()
             return false;
     }
     return true;
-}
-
-// What this process prints on fd 1 while `f` runs.
-template <class F> QList<QByteArray> consoleOf(F &&f)
-{
-    QTemporaryFile file;
-    if (!file.open())
-        return {};
-    std::fflush(stdout);
-    const int saved = ::dup(STDOUT_FILENO);
-    ::dup2(file.handle(), STDOUT_FILENO);
-    f();
-    std::fflush(stdout);
-    ::dup2(saved, STDOUT_FILENO);
-    ::close(saved);
-    QByteArray all = readFile(file.fileName());
-    if (all.endsWith('\n'))
-        all.chop(1);
-    return all.isEmpty() ? QList<QByteArray>{} : all.split('\n');
 }
 
 } // namespace
