@@ -7,6 +7,7 @@
 #include "operations/Texts.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
@@ -28,18 +29,6 @@ using namespace tapedesk::test;
 
 namespace {
 
-void clearState()
-{
-    for (const QString &k : {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
-                             PreferenceKeys::output, DriveStateStore::kMountedDrivesKey})
-        SettingsStore::remove(k);
-    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
-        p->set(std::nullopt);
-    mountedDrives.set({});
-    driveList.clear();
-    lastStatusFeedBack.set(QString());
-}
-
 // Runs every post made so far: a marker posted last shows up only after them.
 [[nodiscard]] bool flushPosts(ViewController &vc)
 {
@@ -55,17 +44,6 @@ void clearState()
     c.movePosition(QTextCursor::PreviousCharacter, QTextCursor::KeepAnchor,
                    static_cast<int>(marker.size() + 1));
     c.removeSelectedText();
-    return true;
-}
-
-// Shows the window with an empty store and waits until its start-up is over.
-[[nodiscard]] bool showSettled(ViewController &vc)
-{
-    vc.show();
-    if (!waitForPane(vc, QStringLiteral("Looks like preferences settings could be wrong.")) ||
-        !waitForIdle(vc))
-        return false;
-    vc.ui.rightScrollView->clear();
     return true;
 }
 
@@ -120,7 +98,11 @@ class FeedbackTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { clearState(); }
+    void init()
+    {
+        clearStore();
+        lastStatusFeedBack.set(QString());
+    }
 
     void setExitCodeTakesTheLastWord_data()
     {

@@ -13,6 +13,27 @@
 
 namespace tapedesk::test {
 
+void clearStore()
+{
+    for (const QString &k : {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
+                             PreferenceKeys::output, DriveStateStore::kMountedDrivesKey})
+        SettingsStore::remove(k);
+    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
+        p->set(std::nullopt);
+    mountedDrives.set({});
+    driveList.clear();
+}
+
+bool showSettled(ViewController &vc)
+{
+    vc.show();
+    if (!waitForPane(vc, QStringLiteral("Looks like preferences settings could be wrong.")) ||
+        !waitForIdle(vc))
+        return false;
+    vc.ui.rightScrollView->clear();
+    return true;
+}
+
 QString simLogPath()
 {
     return TestHome::path() + QStringLiteral("/sim.log");

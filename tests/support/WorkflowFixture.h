@@ -17,6 +17,12 @@ class ViewController;
 
 namespace tapedesk::test {
 
+// An empty store: no paths, no mounted-drive record, no scanned drives.
+void clearStore();
+// Shows the window (on an empty store: a warning and no scan) and waits until
+// its start-up is over, then empties the pane.
+[[nodiscard]] bool showSettled(ViewController &vc);
+
 // Where TAPESIM_LOG points during a workflow case.
 QString simLogPath();
 

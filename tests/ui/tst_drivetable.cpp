@@ -8,6 +8,7 @@
 #include "drives/DriveStateStore.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
@@ -41,17 +42,6 @@ DrivePtr drive(const QString &id, const QString &serial, bool mounted = false)
     return makeDrive(r);
 }
 
-// The window after its start-up (empty store: a warning and no scan).
-[[nodiscard]] bool showSettled(ViewController &vc)
-{
-    vc.show();
-    if (!waitForPane(vc, QStringLiteral("Looks like preferences settings could be wrong.")) ||
-        !waitForIdle(vc))
-        return false;
-    vc.ui.rightScrollView->clear();
-    return true;
-}
-
 QAccessibleInterface *cellOf(ViewController &vc, int row)
 {
     QAccessibleInterface *table = QAccessible::queryAccessibleInterface(vc.ui.tableView);
@@ -79,15 +69,7 @@ class DriveTableTest : public QObject
 private Q_SLOTS:
     void initTestCase() { applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance())); }
 
-    void init()
-    {
-        for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
-            p->set(std::nullopt);
-        for (const QString &k : {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
-                                 PreferenceKeys::output, DriveStateStore::kMountedDrivesKey})
-            SettingsStore::remove(k);
-        driveList.clear();
-    }
+    void init() { clearStore(); }
 
     void rowsShowFiveLinesInListOrder()
     {

@@ -5,6 +5,7 @@
 #include "drives/DriveStateStore.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
@@ -23,17 +24,6 @@ const char *kTwoDriveScan = R"(printf 'Scanning SCSI Bus ...\n'
 printf '#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:1111111111 H1-B0-T0-L0\n'
 printf '#1 tape1 - [ULTRIUM-TD9]-[N1K0] S/N:2222222222 H1-B0-T1-L0\n'
 printf 'Exit with code: 0\n')";
-
-void clearStore()
-{
-    for (const QString &k : {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
-                             PreferenceKeys::output, DriveStateStore::kMountedDrivesKey})
-        SettingsStore::remove(k);
-    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
-        p->set(std::nullopt);
-    mountedDrives.set({});
-    driveList.clear();
-}
 
 QString fakeBin()
 {
