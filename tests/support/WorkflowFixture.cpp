@@ -82,10 +82,15 @@ void selectDrive(ViewController &vc, const QString &id, const QString &name)
     vc.selectedDrive.set(makeDrive(record));
 }
 
-bool scanAndSelectRow(ViewController &vc, int row)
+bool scanToEnd(ViewController &vc)
 {
     vc.btnScan();
-    if (!waitForPane(vc, QStringLiteral("Scan Complete")) || !waitForIdle(vc))
+    return waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc);
+}
+
+bool scanAndSelectRow(ViewController &vc, int row)
+{
+    if (!scanToEnd(vc))
         return false;
     vc.ui.tableView->selectRow(row);
     return waitForPane(vc, QStringLiteral(" Selected")) && vc.selectedDrive.get();

@@ -43,6 +43,8 @@ QStringList itdtArgs(const QString &device, const QStringList &command);
 // Selects the drive (id, name) without a scan, as a workflow sees it.
 void selectDrive(ViewController &vc, const QString &id = QStringLiteral("tape0"),
                  const QString &name = QStringLiteral("0"));
+// Presses Scan and waits until the scan is over and the window idle.
+[[nodiscard]] bool scanToEnd(ViewController &vc);
 // Scans and selects `row` the way the operator does; true once the pane
 // confirms the selection.
 bool scanAndSelectRow(ViewController &vc, int row);

@@ -84,9 +84,7 @@ private Q_SLOTS:
         DriveStateStore::saveDriveInfo(Drive(remembered));
 
         ViewController vc;
-        vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(scanToEnd(vc));
         QCOMPARE(paneText(vc),
                  QStringLiteral("\nRunning Scan - Please Wait....\n.....Scan Executed\nScan Complete"));
         QCOMPARE(vc.driveModel()->rowCount(), 3);
@@ -108,9 +106,7 @@ private Q_SLOTS:
     {
         useFakeTools(QString::fromLatin1(kTwoDriveScan));
         ViewController vc;
-        vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(scanToEnd(vc));
         ITDT_PATH.set(TestHome::path() + QStringLiteral("/no-such-itdt"));
         vc.ui.rightScrollView->clear();
         vc.btnScan();
@@ -132,16 +128,13 @@ private Q_SLOTS:
         remembered.id = QStringLiteral("tape5");
         DriveStateStore::saveDriveInfo(Drive(remembered));
         ViewController vc;
-        vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(scanToEnd(vc));
         vc.ui.tableView->selectRow(1);
         QVERIFY(waitForPane(vc, QStringLiteral("tape1 Selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape1 Selected"));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(vc.selectedDrive.get()->id(), QStringLiteral("tape1"));
-        QVERIFY(
-            waitUntil([&] { return statusOf(vc.ui.btnRetriveLog) == QStringLiteral("In Process Button"); }));
+        QVERIFY(waitForStatus(vc.ui.btnRetriveLog, QStringLiteral("In Process Button")));
         vc.ui.tableView->selectRow(2);
         QVERIFY(waitForPane(vc, QStringLiteral("tape5 Selected")));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
@@ -158,9 +151,7 @@ private Q_SLOTS:
         remembered.serialNumber = QStringLiteral("7777777777");
         DriveStateStore::saveDriveInfo(Drive(remembered));
         ViewController vc;
-        vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(scanToEnd(vc));
         vc.ui.btnClearPreferences->click();
         QVERIFY(waitForPane(vc, QStringLiteral("Mounted drives reset")));
         QVERIFY(paneText(vc).endsWith(QStringLiteral("Scan Complete\nMounted drives reset")));
@@ -168,9 +159,7 @@ private Q_SLOTS:
         QVERIFY(!SettingsStore::contains(QStringLiteral("7777777777_id")));
         QVERIFY(SettingsStore::text(PreferenceKeys::itdt).has_value());
         vc.ui.rightScrollView->clear();
-        vc.btnScan();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(scanToEnd(vc));
         QCOMPARE(vc.driveModel()->rowCount(), 2);
     }
 };
