@@ -152,7 +152,10 @@ void ViewController::buildLayout()
     ui.rightScrollView->setReadOnly(true);
     ui.rightScrollView->setUndoRedoEnabled(false);
     ui.rightScrollView->setLineWrapMode(QPlainTextEdit::WidgetWidth);
-    QFont mono = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    // A style hint instead of asking the platform for its fixed font: the
+    // same monospaced face, without a font-database walk before the first frame.
+    QFont mono(QStringLiteral("monospace"));
+    mono.setStyleHint(QFont::TypeWriter);
     mono.setPointSize(10);
     ui.rightScrollView->setFont(mono);
     QPalette pane = ui.rightScrollView->palette();
