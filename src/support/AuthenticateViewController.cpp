@@ -21,7 +21,7 @@ namespace {
 
 QString configured(const char *env, const QString &key, const QString &builtIn)
 {
-    const QString fromEnv = qEnvironmentVariable(env);
+    QString fromEnv = qEnvironmentVariable(env);
     if (!fromEnv.isEmpty())
         return fromEnv;
     return SettingsStore::text(key).value_or(builtIn);

@@ -25,7 +25,7 @@ namespace {
 // A pipe of 1 MiB instead of the default 64 KiB cuts the number of wake-ups for
 // chatty tools by sixteen; the kernel may refuse, which is harmless.
 constexpr int kPipeSize = 1 << 20;
-constexpr qsizetype kMinRead = 64 * 1024;
+constexpr qsizetype kMinRead = qsizetype(64) * 1024;
 
 class ChildRegistry
 {
