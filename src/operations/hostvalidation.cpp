@@ -20,20 +20,9 @@ QString hostValidationFailureLine()
 
 void ViewController::btnHostValidation(QAbstractButton *)
 {
-    if (!support.isPreferencesSet()) {
-        showResults(true, MSG_NO_PREFERENCES);
+    if (!diagnosticMayStart(QStringLiteral("Host Validation"),
+                            QStringLiteral("Please unmount tape before running test")))
         return;
-    }
-    if (!selectedDrive.get()) {
-        showResults(true, QStringLiteral("Error: No Drive Selected"));
-        return;
-    }
-    if (isTapeMounted()) {
-        showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
-        dialogs().inform(QStringLiteral("Host Validation"),
-                         QStringLiteral("Please unmount tape before running test"));
-        return;
-    }
     showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE, [this](bool) { hostValidation(); });
 }
 

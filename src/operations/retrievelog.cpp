@@ -38,20 +38,9 @@ void saveDump(ViewController &vc, const QString &dumpPath)
 
 void ViewController::btnRetrieveLog(QAbstractButton *)
 {
-    if (!support.isPreferencesSet()) {
-        showResults(true, MSG_NO_PREFERENCES);
+    if (!diagnosticMayStart(QStringLiteral("Update Retrieve Log"),
+                            QStringLiteral("Please unmount tape before retrieving log")))
         return;
-    }
-    if (!selectedDrive.get()) {
-        showResults(true, QStringLiteral("Error: No Drive Selected"));
-        return;
-    }
-    if (isTapeMounted()) {
-        showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
-        dialogs().inform(QStringLiteral("Update Retrieve Log"),
-                         QStringLiteral("Please unmount tape before retrieving log"));
-        return;
-    }
     retrieveLog();
 }
 

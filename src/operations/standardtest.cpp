@@ -48,22 +48,29 @@ bool ViewController::runDiagnostic(const QString &commandWord)
     return lastRunSucceeded();
 }
 
-void ViewController::btnRunTest(QAbstractButton *)
+bool ViewController::diagnosticMayStart(const QString &mountedTitle, const QString &mountedText)
 {
     if (!support.isPreferencesSet()) {
         showResults(true, MSG_NO_PREFERENCES);
-        return;
+        return false;
     }
     if (!selectedDrive.get()) {
         showResults(true, QStringLiteral("Error: No Drive Selected"));
-        return;
+        return false;
     }
     if (isTapeMounted()) {
         showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
-        dialogs().inform(QStringLiteral("Run Test"),
-                         QStringLiteral("Please unmount tape before running test"));
-        return;
+        dialogs().inform(mountedTitle, mountedText);
+        return false;
     }
+    return true;
+}
+
+void ViewController::btnRunTest(QAbstractButton *)
+{
+    if (!diagnosticMayStart(QStringLiteral("Run Test"),
+                            QStringLiteral("Please unmount tape before running test")))
+        return;
     showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST, [this](bool) { standardTest(); });
 }
 

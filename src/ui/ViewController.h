@@ -136,6 +136,10 @@ public:
     // output folder or the selection is unset; otherwise whether the run left
     // the success code. Defined in operations/standardtest.cpp.
     bool runDiagnostic(const QString &commandWord);
+    // The checks the log retrieval, the standard test and the host validation
+    // share before they ask anything: paths set, a drive selected, its tape not
+    // mounted (else the alert with these texts). True when the action may go on.
+    bool diagnosticMayStart(const QString &mountedTitle, const QString &mountedText);
 
     // Mounted-drive records
     void btnClearPreferences(QAbstractButton *sender = nullptr);
