@@ -109,8 +109,10 @@ int run(const Options &o, Context &ctx)
     DriveState drive;
     ctx.store().update([&](State &s) {
         DriveState *d = s.driveByName(o.device);
-        if (o.device.empty() || !d || s.mountOf(d->id)) {
+        if (o.device.empty() || !d) {
             refusal = "LTFS10004E Cannot open device '" + o.device + "'.";
+        } else if (s.mountOf(d->id)) {
+            refusal = "LTFS30205E RESERVE (6) returns Device or resource busy.";
         } else if (s.mountAt(point)) {
             refusal = "LTFS14013E Cannot mount the volume: " + point + " is already a mount point.";
         } else if (!d->cartridge.present) {
@@ -121,7 +123,7 @@ int run(const Options &o, Context &ctx)
             blank = !d->cartridge.formatted;
             drive = *d;
             if (!blank)
-                s.mounts.push_back(MountState{point, o.device, d->id, o.eject, 0});
+                s.mounts.push_back(MountState{point, o.device, d->id, o.eject, true, 0, 0});
         }
     });
     log("LTFS17085I Plugin: Loading \"sg\" tape backend.");
@@ -150,6 +152,8 @@ int run(const Options &o, Context &ctx)
     log("LTFS14111I Initial setup completed successfully.");
     log("LTFS14112I Invoke 'mount' command to check the result of final setup.");
     log("LTFS14113I Specified mount point is listed if succeeded.");
+    if (!ctx.isDry())
+        startLtfsDaemon(ctx.store(), point);
     return 0;
 }
 

@@ -124,8 +124,11 @@ int run(const Options &o, Context &ctx)
     DriveState drive;
     ctx.store().update([&](State &s) {
         const DriveState *d = s.driveByName(o.device);
-        if (!d || s.mountOf(d->id)) {
+        if (!d) {
             refusal = "LTFS10004E Cannot open device '" + o.device + "'.";
+        } else if (s.mountOf(d->id)) {
+            // A mounted volume's ltfs daemon holds the drive's SCSI reservation.
+            refusal = "LTFS30205E RESERVE (6) returns Device or resource busy.";
         } else if (!d->cartridge.present) {
             refusal = "LTFS11006E Cannot load the medium: no medium present.";
         } else if (d->cartridge.writeProtected) {

@@ -34,15 +34,19 @@ void printHostMounts(Context &ctx)
 int listMounts(Context &ctx)
 {
     printHostMounts(ctx);
-    for (const MountState &m : ctx.store().snapshot().mounts)
-        ctx.out("ltfs:" + m.device + " on " + m.point + " type fuse (" + kFuseOptions + ")");
+    for (const MountState &m : ctx.store().snapshot().mounts) {
+        if (m.listed)
+            ctx.out("ltfs:" + m.device + " on " + m.point + " type fuse (" + kFuseOptions + ")");
+    }
     return 0;
 }
 
+// The real daemon takes about 1.3 s on a virtual cartridge to write the
+// index after umount; a real tape takes far longer.
 double unmountDelay()
 {
     const char *text = std::getenv("TAPESIM_UNMOUNT_DELAY");
-    return text ? std::max(0.0, std::strtod(text, nullptr)) : 0.0;
+    return text && *text ? std::max(0.0, std::strtod(text, nullptr)) : 1.0;
 }
 
 std::string normalized(const std::string &path)
@@ -80,8 +84,9 @@ UmountCall parseUmount(const Args &args)
     return c;
 }
 
-// A second umount while the line still lingers succeeds again and keeps the
-// first deadline, as the ltfs daemon is still busy finishing.
+// The line leaves the table at once; the daemon then finishes within
+// TAPESIM_UNMOUNT_DELAY seconds and releases the drive. A second umount finds
+// nothing listed and goes to the system's umount ("not mounted"), as for real.
 int umountRun(const UmountCall &c, Context &ctx)
 {
     bool simulated = false;
@@ -93,12 +98,12 @@ int umountRun(const UmountCall &c, Context &ctx)
             if (!m)
                 return;
             simulated = true;
-            if (m->listedUntilMs != 0)
-                return;
-            if (lingerMs > 0)
-                m->listedUntilMs = nowMs() + lingerMs;
-            else
+            if (processAlive(m->daemonPid)) {
+                m->listed = false;
+                m->releaseAtMs = nowMs() + lingerMs;
+            } else {
                 s.removeMount(point);
+            }
         });
     }
     if (!simulated) {

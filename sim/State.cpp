@@ -1,6 +1,9 @@
 #include "State.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
 #include <sstream>
 
 namespace tapesim {
@@ -62,8 +65,12 @@ void setMountField(MountState &m, const std::string &key, const std::string &val
         m.driveId = value;
     else if (key == "eject")
         m.eject = yes(value);
-    else if (key == "listed-until")
-        m.listedUntilMs = std::atoll(value.c_str());
+    else if (key == "listed")
+        m.listed = yes(value);
+    else if (key == "daemon")
+        m.daemonPid = std::atoll(value.c_str());
+    else if (key == "release-at")
+        m.releaseAtMs = std::atoll(value.c_str());
 }
 
 DriveState drive(const char *id, const char *model, const char *firmware, const char *serial, int target,
@@ -144,7 +151,8 @@ std::string State::serialize() const
     for (const MountState &m : mounts) {
         out << "\n[mount]\n"
             << "point = " << m.point << "\ndevice = " << m.device << "\ndrive = " << m.driveId
-            << "\neject = " << yesNo(m.eject) << "\nlisted-until = " << m.listedUntilMs << "\n";
+            << "\neject = " << yesNo(m.eject) << "\nlisted = " << yesNo(m.listed)
+            << "\ndaemon = " << m.daemonPid << "\nrelease-at = " << m.releaseAtMs << "\n";
     }
     return out.str();
 }
@@ -172,7 +180,7 @@ DriveState *State::driveByName(std::string_view name)
 MountState *State::mountAt(std::string_view point)
 {
     for (MountState &m : mounts) {
-        if (m.point == point)
+        if (m.listed && m.point == point)
             return &m;
     }
     return nullptr;
@@ -187,25 +195,40 @@ const MountState *State::mountOf(std::string_view driveId) const
     return nullptr;
 }
 
-bool State::pruneMounts(long long nowMs)
+bool processAlive(long long pid)
 {
+    if (pid <= 0 || (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH))
+        return false;
+    // "1234 (ltfs) Z ...": a daemon that exited but whose parent has not
+    // reaped it yet is gone for every purpose here.
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const auto close = text.rfind(") ");
+    return close == std::string::npos || close + 2 >= text.size() || text[close + 2] != 'Z';
+}
+
+bool State::pruneMounts()
+{
+    const auto gone = [](const MountState &m) { return !m.listed && !processAlive(m.daemonPid); };
     const auto before = mounts.size();
     for (const MountState &m : mounts) {
-        if (m.listedUntilMs != 0 && m.listedUntilMs <= nowMs && m.eject) {
+        if (gone(m) && m.eject) {
             if (DriveState *d = driveById(m.driveId))
                 d->loaded = false;
         }
     }
-    std::erase_if(mounts,
-                  [&](const MountState &m) { return m.listedUntilMs != 0 && m.listedUntilMs <= nowMs; });
+    std::erase_if(mounts, gone);
     return mounts.size() != before;
 }
 
 void State::removeMount(std::string_view point)
 {
-    if (const MountState *m = mountAt(point); m && m->eject) {
-        if (DriveState *d = driveById(m->driveId))
-            d->loaded = false;
+    for (const MountState &m : mounts) {
+        if (m.point == point && m.eject) {
+            if (DriveState *d = driveById(m.driveId))
+                d->loaded = false;
+        }
     }
     std::erase_if(mounts, [&](const MountState &m) { return m.point == point; });
 }

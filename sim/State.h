@@ -32,7 +32,11 @@ struct MountState
     std::string device; // devname as given to ltfs
     std::string driveId;
     bool eject = false;
-    long long listedUntilMs = 0; // 0: mounted; else umount ran and the line lingers until then
+    // Whether the mount table lists it. umount takes it out at once; the
+    // record stays, and the drive busy, until the ltfs daemon has exited.
+    bool listed = true;
+    long long daemonPid = 0;   // the ltfs daemon that serves it; 0 before it is known
+    long long releaseAtMs = 0; // after umount: when the daemon is done writing the index
 };
 
 struct State
@@ -48,15 +52,20 @@ struct State
     DriveState *driveById(std::string_view id);
     // The id or its short name ("0" for "tape0"), as ltfs and mkltfs accept.
     DriveState *driveByName(std::string_view name);
+    // The listed mount at `point`, as the mount table shows it.
     MountState *mountAt(std::string_view point);
+    // Any record of the drive, listed or still held by its daemon: the drive is busy.
     const MountState *mountOf(std::string_view driveId) const;
 
-    // Drops mounts whose linger time is over, ejecting where asked. Returns
-    // whether anything changed.
-    bool pruneMounts(long long nowMs);
+    // Drops the unlisted mounts whose daemon is gone (it exited or was killed),
+    // ejecting where asked. Returns whether anything changed.
+    bool pruneMounts();
     // Ends a mount at once, ejecting if it was mounted with -o eject.
     void removeMount(std::string_view point);
 };
+
+// Whether process `pid` still runs (a zombie no longer counts).
+bool processAlive(long long pid);
 
 // "tape0" -> "0", "/dev/IBMtape3" -> "IBMtape3": the name TapeDesk hands to
 // ltfs and mkltfs for a drive, and the key faults may use.

@@ -99,11 +99,35 @@ void StateStore::update(const std::function<void(State &)> &change)
     std::string before;
     const bool existed = readAll(path, before);
     State state = existed ? State::parse(before) : State::defaults();
-    state.pruneMounts(nowMs());
+    state.pruneMounts();
     change(state);
     const std::string after = state.serialize();
     if (!m_dry && (!existed || after != before))
         writeAtomically(path, after);
+}
+
+bool StateStore::updateExisting(const std::function<void(State &)> &change)
+{
+    const std::string path = m_folder + "/state.ini";
+    if (!std::filesystem::exists(path))
+        return false;
+    bool present = false;
+    try {
+        FileLock lock(m_folder + "/state.lock");
+        std::string before;
+        present = readAll(path, before);
+        if (!present)
+            return false;
+        State state = State::parse(before);
+        state.pruneMounts();
+        change(state);
+        const std::string after = state.serialize();
+        if (!m_dry && after != before)
+            writeAtomically(path, after);
+    } catch (const std::runtime_error &) {
+        return false; // the folder went away under us
+    }
+    return present;
 }
 
 State StateStore::snapshot()

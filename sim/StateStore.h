@@ -21,6 +21,9 @@ public:
     // Throws std::runtime_error when the folder cannot be used.
     void update(const std::function<void(State &)> &change);
     State snapshot();
+    // update() for a state that must already exist: false, with nothing
+    // created, when the folder or its state file is gone.
+    bool updateExisting(const std::function<void(State &)> &change);
 
     const std::string &folder() const { return m_folder; }
 

@@ -29,6 +29,9 @@ Tool ltfsTool(const Args &args);
 Tool mountTool(const Args &args);
 Tool umountTool(const Args &args);
 
+// Leaves the daemon of a mount at `point` running in the background.
+void startLtfsDaemon(StateStore &store, const std::string &point);
+
 // Replaces this process with the system's own `name` from /usr/bin or /bin,
 // never through PATH, which may lead back to the simulator.
 [[noreturn]] void execSystemTool(const std::string &name, const Args &args);

@@ -23,12 +23,9 @@ void ViewController::btnUpgrade(QAbstractButton *sender)
         showResults(false, QStringLiteral("Error: No Drive Selected"));
         return;
     }
-    if (isTapeMounted()) {
-        showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
-        dialogs().inform(QStringLiteral("Update Firmware"),
-                         QStringLiteral(" Please unmount tape before updating"));
+    if (refuseMountedTape(QStringLiteral("Update Firmware"),
+                          QStringLiteral(" Please unmount tape before updating")))
         return;
-    }
     changeButtonStatus(button, 2, true);
     showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, [this, button](bool) {
         firmwareFileAndPath.set(support.pickFile({QStringLiteral("fmrz"), QStringLiteral("fm")}));

@@ -5,6 +5,7 @@
 // forced reformat. The format's outcome is shown on the Mount button.
 
 #include "drives/Drive.h"
+#include "operations/MountCheck.h"
 #include "operations/MountParsing.h"
 #include "operations/Texts.h"
 #include "operations/VolumeName.h"
@@ -237,14 +238,43 @@ void ViewController::btnFormat(QAbstractButton *sender)
     if (!support.driveOk(*drive))
         return;
     showResults(false, QStringLiteral("Removing Mounted Record"));
-    if (!isTapeMounted()) {
+    switch (formatMountAnswer(drive)) {
+    case MountAnswer::No:
         executeFormatTape();
         return;
+    case MountAnswer::Unknown:
+        // Asking to unmount would only start a wait that cannot end while the
+        // table stays unreadable; formatting blind could destroy a mounted
+        // volume. So nothing runs.
+        m_formatTarget.reset();
+        showResults(false, mountTableUnreadableLine(QStringLiteral("the format was not started.")));
+        changeButtonStatus(sender ? sender : ui.btnFormat, 1, false);
+        return;
+    case MountAnswer::Yes:
+        break;
     }
     showCloseAlert(ALERT_WARNING, kMountedWarning, [this](bool) {
         formatTapeEnabled = true;
         unMountDrive();
     });
+}
+
+MountAnswer ViewController::formatMountAnswer(const DrivePtr &drive)
+{
+    const MountAnswer listed = tapeMountAnswer();
+    if (listed != MountAnswer::No)
+        return listed;
+    // Unlisted but still served by an ltfs daemon (an unmount that has not
+    // finished writing the index): mkltfs must wait for it like for a mounted
+    // tape, so the format goes through the unmount and its wait.
+    std::optional<QList<LtfsHolder>> holders;
+    runResponsive([&] {
+        holders = ltfsHoldersOf(kMountRoot + drive->name(), LTFS_PATH.get().value_or(QString()));
+        return QString();
+    });
+    if (!holders)
+        return MountAnswer::Unknown;
+    return holders->isEmpty() ? MountAnswer::No : MountAnswer::Yes;
 }
 
 void ViewController::executeFormatTape()

@@ -3,6 +3,7 @@
 // drive already mounted the Mount button unmounts instead (unmount.cpp).
 
 #include "drives/Drive.h"
+#include "operations/MountCheck.h"
 #include "operations/MountParsing.h"
 #include "operations/Texts.h"
 #include "tools/Console.h"
@@ -157,16 +158,29 @@ bool ViewController::refuseUnsafeMountName(const DrivePtr &drive, const QString 
 
 bool ViewController::isTapeMounted()
 {
-    const auto listMounts = [this] { return shell(QStringLiteral("mount | grep ltfs")); };
+    return tapeMountAnswer() == MountAnswer::Yes;
+}
+
+MountAnswer ViewController::tapeMountAnswer()
+{
     // Every caller is on the GUI thread, where the window must keep painting.
-    const QString output = QThread::currentThread() == thread() ? runResponsive(listMounts) : listMounts();
-    if (output.isEmpty())
-        return false;
+    std::optional<QString> table;
+    const auto readTable = [&table] {
+        table = readMountTable();
+        return QString();
+    };
+    if (QThread::currentThread() == thread())
+        runResponsive(readTable);
+    else
+        readTable();
     const DrivePtr drive = selectedDrive.get();
     const QString name = drive ? drive->name() : QString();
-    consoleLine(QStringView(QStringLiteral("/mnt/") + name));
-    consoleLine(QStringView(output));
-    return mountOutputShows(output, name);
+    const QString ltfsLines = table ? ltfsLinesOf(*table) : QString();
+    if (!ltfsLines.isEmpty()) {
+        consoleLine(QStringView(QStringLiteral("/mnt/") + name));
+        consoleLine(QStringView(ltfsLines));
+    }
+    return mountAnswerFor(table, name);
 }
 
 QString ViewController::getSelectedDriveAddress()

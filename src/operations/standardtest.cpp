@@ -58,11 +58,20 @@ bool ViewController::diagnosticMayStart(const QString &mountedTitle, const QStri
         showResults(true, QStringLiteral("Error: No Drive Selected"));
         return false;
     }
-    if (isTapeMounted()) {
-        showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
-        dialogs().inform(mountedTitle, mountedText);
+    return !refuseMountedTape(mountedTitle, mountedText);
+}
+
+bool ViewController::refuseMountedTape(const QString &mountedTitle, const QString &mountedText)
+{
+    // An unreadable mount table counts as mounted: the diagnostics load,
+    // rewrite or dump the cartridge under a mounted volume otherwise.
+    const MountAnswer answer = tapeMountAnswer();
+    if (answer == MountAnswer::No)
         return false;
-    }
+    showResults(false, QStringLiteral("Error: Tape needs to be un-mounted"));
+    if (answer == MountAnswer::Unknown)
+        showResults(false, mountTableUnreadableLine(QStringLiteral("nothing was run.")));
+    dialogs().inform(mountedTitle, mountedText);
     return true;
 }
 

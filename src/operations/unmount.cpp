@@ -1,12 +1,23 @@
-// Tape unmount: umount once, then poll the mount table every 3 seconds until
-// the volume is gone; only then is the unmount complete and the mounted record
-// removed. A waiting format starts at that moment (formatTapeEnabled).
-// Everything here is the GUI thread's turn; the tool runs go through
-// runResponsive so the window keeps painting while input is held back.
+// Tape unmount: umount once, then poll every 3 seconds until the volume is
+// released; only then is the unmount complete and the mounted record removed.
+// A waiting format starts at that moment (formatTapeEnabled). Everything here
+// is the GUI thread's turn; the tool runs go through runResponsive so the
+// window keeps painting while input is held back.
+//
+// Released, not just unlisted (a safety departure from waiting for the mount
+// table alone): umount takes the volume out of the mount table at once, but
+// the ltfs daemon then writes the final index to the cartridge, which takes
+// from seconds to minutes on a real tape, and holds the drive until it exits.
+// A format started before that fails on the drive's reservation, or has the
+// old index written over the new volume. So the unmount also waits until no
+// ltfs process serves the mount point any more, and a mount table that cannot
+// be read counts as still mounted.
 
 #include "drives/Drive.h"
+#include "operations/MountCheck.h"
 #include "tools/Bash.h"
 #include "tools/Console.h"
+#include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
 #include <QTimer>
@@ -14,8 +25,23 @@
 namespace tapedesk {
 
 namespace {
+
 constexpr int kPollIntervalMs = 3000;
+const QString kWaiting = QStringLiteral("Waiting for un-mount to complete, please wait...");
+
+QString holderLine(const LtfsHolder &holder, qint64 waitedMs)
+{
+    const qint64 minutes = waitedMs / 60000;
+    const QString waited = minutes > 0
+                               ? QStringLiteral("%1 minute%2").arg(minutes).arg(minutes == 1 ? "" : "s")
+                               : QStringLiteral("%1 seconds").arg(waitedMs / 1000);
+    return QStringLiteral("Still waiting after %1: ltfs process %2 has not released the drive yet (%3)")
+        .arg(waited)
+        .arg(holder.pid)
+        .arg(holder.commandLine);
 }
+
+} // namespace
 
 void ViewController::unMountDrive()
 {
@@ -33,6 +59,9 @@ void ViewController::unMountDrive()
 
     startProgress();
     const QString mountPoint = kMountRoot + drive->name();
+    m_unmountPoint = mountPoint;
+    m_unmountClock.start();
+    m_lastHolderReportMs = 0;
     showResults(true, QStringLiteral("Unmounting Tape: ") + mountPoint);
     changeButtonStatus(ui.btnMount, 2, true);
     runResponsive([&mountPoint] {
@@ -71,10 +100,25 @@ void ViewController::waitForUnMount()
     if (m_pollInFlight)
         return;
     m_pollInFlight = true;
-    const bool stillMounted = isTapeMounted();
+    const MountAnswer listed = tapeMountAnswer();
+    std::optional<QList<LtfsHolder>> holders;
+    if (listed == MountAnswer::No) {
+        const QString point = m_unmountPoint.isEmpty() ? mountPointOfSelection() : m_unmountPoint;
+        runResponsive([&] {
+            holders = ltfsHoldersOf(point, LTFS_PATH.get().value_or(QString()));
+            return QString();
+        });
+    }
     m_pollInFlight = false;
-    if (stillMounted) {
-        showResults(true, QStringLiteral("Waiting for un-mount to complete, please wait..."));
+    if (listed != MountAnswer::No || !holders || !holders->isEmpty()) {
+        showResults(true, kWaiting);
+        if (listed == MountAnswer::Unknown)
+            showResults(false, mountTableUnreadableLine(QStringLiteral("the unmount waits until it can.")));
+        else if (listed == MountAnswer::No && !holders)
+            showResults(false, QStringLiteral("The process list could not be read, so TapeDesk cannot tell "
+                                              "whether ltfs has released the drive: the unmount waits."));
+        else if (holders)
+            reportHolders(*holders);
         return;
     }
 
@@ -92,8 +136,33 @@ void ViewController::waitForUnMount()
         support.removeMountedDrive(drive->serialNumber());
         showResults(false, QStringLiteral("Removed Mounted Record"));
     }
+    m_unmountPoint.clear();
     endProgress();
     showResults(false, QStringLiteral("End unMountDrive"));
+}
+
+QString ViewController::mountPointOfSelection() const
+{
+    const DrivePtr drive = selectedDrive.get();
+    return drive ? kMountRoot + drive->name() : QString();
+}
+
+void ViewController::reportHolders(const QList<LtfsHolder> &holders)
+{
+    // The pane is cleared at every poll, so once a holder has been named it is
+    // named again on each poll; the console gets it once per stretch.
+    const qint64 waited = m_unmountClock.isValid() ? m_unmountClock.elapsed() : 0;
+    if (waited < holderReportIntervalMs)
+        return;
+    const bool newStretch = waited - m_lastHolderReportMs >= holderReportIntervalMs;
+    if (newStretch)
+        m_lastHolderReportMs = waited;
+    for (const LtfsHolder &holder : holders) {
+        const QString line = holderLine(holder, waited);
+        showResults(false, line);
+        if (newStretch)
+            consoleLine(QStringView(line));
+    }
 }
 
 } // namespace tapedesk

@@ -36,15 +36,17 @@ public:
         m_live.insert(pid);
     }
 
-    // Reaps `pid` if it has exited. A pid stays in the set until it is reaped,
-    // so killAll() can never hit a recycled pid.
-    bool tryReap(pid_t pid)
+    // Reaps `pid` if it has exited, leaving its exit status in `exitStatus`
+    // (-1 after a signal). A pid stays in the set until it is reaped, so
+    // killAll() can never hit a recycled pid.
+    bool tryReap(pid_t pid, int &exitStatus)
     {
         std::lock_guard lock(m_mutex);
         int status = 0;
         pid_t r = ::waitpid(pid, &status, WNOHANG);
         if (r == pid || (r < 0 && errno == ECHILD)) {
             m_live.erase(pid);
+            exitStatus = (r == pid && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
             return true;
         }
         return false;
@@ -119,11 +121,13 @@ ChildRegistry &registry()
 }
 
 // Waits briefly for a child whose pipes have closed; most have exited by now
-// or will within microseconds. Anything slower goes to the reaper thread.
-void reap(pid_t pid)
+// or will within microseconds. Anything slower goes to the reaper thread, and
+// its exit status stays unknown (-1).
+int reap(pid_t pid)
 {
-    if (registry().tryReap(pid))
-        return;
+    int exitStatus = -1;
+    if (registry().tryReap(pid, exitStatus))
+        return exitStatus;
     int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (pidfd >= 0) {
         pollfd p{pidfd, POLLIN, 0};
@@ -132,10 +136,11 @@ void reap(pid_t pid)
             r = ::poll(&p, 1, 50);
         } while (r < 0 && errno == EINTR);
         ::close(pidfd);
-        if (registry().tryReap(pid))
-            return;
+        if (registry().tryReap(pid, exitStatus))
+            return exitStatus;
     }
     registry().reapLater(pid);
+    return -1;
 }
 
 struct Pipe
@@ -291,7 +296,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
         }
     }
 
-    reap(pid);
+    result.exitStatus = reap(pid);
     result.out = out.take();
     result.err = err.take();
     return result;

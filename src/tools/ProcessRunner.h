@@ -24,6 +24,9 @@ struct ProcessResult
     bool started = false; // false: nothing ran (missing, not executable, a folder, bad interpreter)
     QByteArray out;       // stdout, or the merged streams
     QByteArray err;       // stderr in Separate mode
+    // The child's exit status when it exited by itself within a moment of
+    // closing its pipes; -1 when it was killed by a signal or still runs.
+    int exitStatus = -1;
 };
 
 // Starts `program` directly (no shell, no PATH search), reads its pipes until

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "drives/Drive.h"
+#include "operations/MountCheck.h"
 #include "support/Support.h"
 #include "tools/Synchronized.h"
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPointer>
 #include <QPushButton>
@@ -76,6 +78,9 @@ public:
     Synchronized<QString> volume_name;
     std::atomic<bool> formatTapeEnabled{false};
     QTimer *timer = nullptr;
+    // How long an unmount waits for an ltfs daemon that still holds the drive
+    // before the pane names it, and again after each further such stretch.
+    qint64 holderReportIntervalMs = 60000;
     Support support;
 
     // Command runners
@@ -107,6 +112,9 @@ public:
     void btnMount(QAbstractButton *sender = nullptr);
     void mountDrive();
     bool isTapeMounted();
+    // isTapeMounted() with its third answer: Unknown when the mount table
+    // could not be read.
+    MountAnswer tapeMountAnswer();
     QString getSelectedDriveAddress();
     void loadTape();
     void unLoadTape();
@@ -140,6 +148,10 @@ public:
     // share before they ask anything: paths set, a drive selected, its tape not
     // mounted (else the alert with these texts). True when the action may go on.
     bool diagnosticMayStart(const QString &mountedTitle, const QString &mountedText);
+    // The mounted-tape refusal of the firmware update and the diagnostics:
+    // "Error: Tape needs to be un-mounted" and the alert with these texts when
+    // the tape is mounted or the mount table cannot be read. True when refused.
+    bool refuseMountedTape(const QString &mountedTitle, const QString &mountedText);
 
     // Mounted-drive records
     void btnClearPreferences(QAbstractButton *sender = nullptr);
@@ -183,11 +195,22 @@ private:
     // Shows why and fails the Mount button when the drive's name cannot be a
     // mount point; `operation` is "Mount" or "Unmount".
     bool refuseUnsafeMountName(const DrivePtr &drive, const QString &operation);
+    QString mountPointOfSelection() const;
+    // The format's mounted check: Yes also while an ltfs daemon still holds
+    // the drive after its volume left the mount table.
+    MountAnswer formatMountAnswer(const DrivePtr &drive);
+    // Names the ltfs processes an unmount has waited for longer than
+    // holderReportIntervalMs.
+    void reportHolders(const QList<LtfsHolder> &holders);
 
     DriveTableModel *m_model = nullptr;
     bool m_appeared = false;
     int m_responsiveDepth = 0;
     bool m_pollInFlight = false;
+    // The volume the unmount waits for, and since when.
+    QString m_unmountPoint;
+    QElapsedTimer m_unmountClock;
+    qint64 m_lastHolderReportMs = 0;
     // The drive Format was pressed on: the format goes on only while it is
     // still the selected drive.
     DrivePtr m_formatTarget;

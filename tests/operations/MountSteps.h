@@ -30,7 +30,7 @@ inline QString toolLogPath()
 inline void freshSimulator(const QByteArray &stateIni = {})
 {
     const QString simHome = TestHome::path() + QStringLiteral("/tapesim");
-    QDir(simHome).removeRecursively();
+    resetSimulator();
     if (!stateIni.isEmpty()) {
         QDir().mkpath(simHome);
         QFile f(simHome + QStringLiteral("/state.ini"));

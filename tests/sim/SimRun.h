@@ -50,12 +50,6 @@ inline SimRun runSim(const QString &tool, const QStringList &args, const QString
     return r;
 }
 
-// A fresh default library for the next test function.
-inline void resetSimState()
-{
-    QDir(TestHome::path() + QStringLiteral("/tapesim")).removeRecursively();
-}
-
 inline SimRun itdt(const QStringList &args, const QStringList &env = {})
 {
     return runSim(QStringLiteral("itdt"), args, env);

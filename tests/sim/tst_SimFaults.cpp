@@ -37,7 +37,7 @@ class TestSimFaults : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { resetSimState(); }
+    void init() { resetSimulator(); }
 
     void exitCodeFaultKeepsTheShapeAndChangesNothing()
     {

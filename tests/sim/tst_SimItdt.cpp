@@ -1,6 +1,7 @@
 #include "drives/DriveParser.h"
 #include "sim/SimRun.h"
 #include "support/TestMain.h"
+#include "support/WindowHarness.h"
 #include "tools/ProcessRunner.h"
 
 #include <QDir>
@@ -32,7 +33,7 @@ class TestSimItdt : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { resetSimState(); }
+    void init() { resetSimulator(); }
 
     void scanFeedsTheApplicationParser()
     {
@@ -180,8 +181,9 @@ private slots:
         QCOMPARE(runSim(QStringLiteral("ltfs"), {mnt, "-o", "devname=0"}).status, 0);
         for (const char *command : {"load", "unload", "rmp", "systemtest"})
             QCOMPARE(itdt(on("tape0", {QString::fromLatin1(command)})).status, 8);
-        QCOMPARE(runSim(QStringLiteral("umount"), {mnt}).status, 0);
-        QCOMPARE(itdt(on("tape0", {"unload"})).status, 0);
+        QCOMPARE(runSim(QStringLiteral("umount"), {mnt}, {"TAPESIM_UNMOUNT_DELAY=0"}).status, 0);
+        // Free once the daemon has let go of the drive.
+        QVERIFY(waitUntil([&] { return itdt(on("tape0", {"unload"})).status == 0; }, 5000));
 
         const QString state = TestHome::path() + QStringLiteral("/tapesim/state.ini");
         QByteArray text = readFile(state);

@@ -1,5 +1,6 @@
 #include "sim/SimRun.h"
 #include "support/TestMain.h"
+#include "support/WindowHarness.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -49,7 +50,7 @@ class TestSimLtfs : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { resetSimState(); }
+    void init() { resetSimulator(); }
 
     void formatBlankThenAgainNeedsForce()
     {
@@ -161,8 +162,6 @@ private slots:
         QCOMPARE(u.status, 0);
         QCOMPARE(u.err, "umount: " + mnt.toUtf8() + " unmounted\n");
         QVERIFY(ltfsMountLines().isEmpty());
-        // -o eject: the cartridge left the drive.
-        QCOMPARE(itdt({"-f", "tape0", "readattr", "-p", "0", "-a", "0x806"}).status, 5);
     }
 
     void formattedWithoutSerialMountsAsNoBarcode()
@@ -175,22 +174,38 @@ private slots:
         QCOMPARE(ltfsMountLines(), QList<QByteArray>{ltfsMountLine(QStringLiteral("tape1"), mnt)});
     }
 
-    void unmountDelayKeepsTheLineListed()
+    // As the real ltfs: umount unlists the volume at once, but the daemon
+    // (the mounting command line, still running) writes the index and holds
+    // the drive for TAPESIM_UNMOUNT_DELAY seconds, then ejects and exits.
+    void daemonHoldsTheDriveAfterUmount()
     {
         const QString mnt = makeDir(QStringLiteral("mnt/IBMtape3"));
         QCOMPARE(ltfs(mnt, QStringLiteral("/dev/IBMtape3")).status, 0);
+        const QByteArray state = readFile(TestHome::path() + QStringLiteral("/tapesim/state.ini"));
+        const qsizetype at = state.indexOf("daemon = ");
+        QVERIFY(at > 0);
+        const QByteArray pid = state.mid(at + 9, state.indexOf('\n', at) - at - 9);
+        const QString proc = QStringLiteral("/proc/") + QString::fromLatin1(pid);
+        QCOMPARE(readFile(proc + QStringLiteral("/cmdline")).replace('\0', ' '),
+                 (simBinDir() + QStringLiteral("/ltfs ") + mnt +
+                  QStringLiteral(" -o devname=/dev/IBMtape3 -o eject "))
+                     .toUtf8());
         QElapsedTimer timer;
         timer.start();
         const SimRun u = runSim(QStringLiteral("umount"), {"-v", mnt}, {"TAPESIM_UNMOUNT_DELAY=1.5"});
         QCOMPARE(u.status, 0);
         QCOMPARE(u.err, "umount: " + mnt.toUtf8() + " unmounted\n");
-        QCOMPARE(ltfsMountLines().size(), 1);
-        // Still busy while the daemon finishes.
-        QCOMPARE(itdt({"-f", "/dev/IBMtape3", "unload"}).status, 8);
-        while (!ltfsMountLines().isEmpty() && timer.elapsed() < 10000)
-            QThread::msleep(100);
         QVERIFY(ltfsMountLines().isEmpty());
+        QCOMPARE(itdt({"-f", "/dev/IBMtape3", "unload"}).status, 8);
+        const SimRun format = mkltfs({"--device=IBMtape3", "--force"});
+        QVERIFY(format.status != 0);
+        QVERIFY(format.err.contains("LTFS30205E RESERVE (6) returns Device or resource busy.\n"));
+        QVERIFY(format.err.endsWith("LTFS15023I Formatting failed.\n"));
+        QCOMPARE(ltfs(mnt, QStringLiteral("IBMtape3")).status, 1);
+        // Gone, or a zombie with no command line left.
+        QVERIFY(waitUntil([&] { return readFile(proc + QStringLiteral("/cmdline")).isEmpty(); }, 10000));
         QVERIFY(timer.elapsed() >= 1400);
+        // -o eject: the cartridge left the drive.
         QCOMPARE(itdt({"-f", "/dev/IBMtape3", "readattr", "-p", "0", "-a", "0x806"}).status, 5);
     }
 

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QTemporaryFile>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
@@ -29,7 +30,10 @@ TestHome::TestHome()
     QDir().mkpath(g_home + QStringLiteral("/.config"));
 }
 
-TestHome::~TestHome() = default;
+TestHome::~TestHome()
+{
+    resetSimulator();
+}
 
 QString TestHome::path()
 {
@@ -40,6 +44,27 @@ void configureApplication(QApplication &app)
 {
     app.setOrganizationName(QStringLiteral("TapeDesk"));
     app.setApplicationName(QStringLiteral("TapeDesk"));
+}
+
+void resetSimulator()
+{
+    const QString folder = QString::fromLocal8Bit(qgetenv("TAPESIM_HOME"));
+    // state.ini names each daemon in a line "daemon = PID".
+    for (const QByteArray &line : readFile(folder + QStringLiteral("/state.ini")).split('\n')) {
+        if (!line.startsWith("daemon"))
+            continue;
+        const pid_t pid = static_cast<pid_t>(line.mid(line.indexOf('=') + 1).trimmed().toLongLong());
+        if (pid <= 0 || ::kill(pid, SIGKILL) != 0)
+            continue;
+        // Gone from the process table (it is not our child: init reaps it).
+        for (int i = 0; i < 200 && ::kill(pid, 0) == 0; ++i) {
+            QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+            if (stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") Z "))
+                break;
+            ::usleep(10000);
+        }
+    }
+    QDir(folder).removeRecursively();
 }
 
 QString simBinDir()

@@ -27,6 +27,11 @@ private:
 
 void configureApplication(QApplication &app);
 
+// Forgets the simulator's state (the default library again, nothing mounted)
+// after ending the ltfs daemons it left running, so none outlives its test or
+// serves a mount point the next test uses.
+void resetSimulator();
+
 // The simulator's bin folder (itdt, ltfs, mkltfs, mount, umount) in the build tree.
 QString simBinDir();
 

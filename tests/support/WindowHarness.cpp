@@ -233,11 +233,6 @@ QString statusOf(QWidget *button)
     return button->property("statusImage").toString();
 }
 
-void resetSimulator()
-{
-    QDir(QString::fromLocal8Bit(qgetenv("TAPESIM_HOME"))).removeRecursively();
-}
-
 bool mountWithSimulator(const QString &driveName)
 {
     const QString point = kMountRoot + driveName;

@@ -81,8 +81,6 @@ void useSimulator();
 // The status image name a workflow last gave a button ("Complete Button", ...).
 QString statusOf(QWidget *button);
 
-// Forgets the simulator's state: the default library again, nothing mounted.
-void resetSimulator();
 // Mounts drive `driveName`'s volume the way TapeDesk does (the simulator's
 // ltfs on /tmp/ltfs/mnt/<name>), so "mount | grep ltfs" lists it. True when
 // the mount table shows it.

@@ -1,0 +1,120 @@
+#include "operations/MountCheck.h"
+
+#include "operations/MountParsing.h"
+#include "tools/ProcessRunner.h"
+#include "tools/Shell.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace tapedesk {
+
+namespace {
+
+// A line of `mount`'s table: "proc on /proc type proc (rw,nosuid,nodev,noexec,relatime)".
+bool looksLikeTableLine(QStringView line)
+{
+    const qsizetype on = line.indexOf(u" on ");
+    return on > 0 && line.indexOf(u" type ", on + 4) > on;
+}
+
+QString canonicalOrSelf(const QString &path)
+{
+    const QString canonical = QFileInfo(path).canonicalFilePath();
+    return canonical.isEmpty() ? path : canonical;
+}
+
+} // namespace
+
+std::optional<QString> readMountTable()
+{
+    // The same shell as every other command line, so `mount` is the one the
+    // operator's PATH names. Its standard error is not part of the table.
+    const ProcessResult r =
+        runProcess(commandShell(), {QStringLiteral("-c"), QStringLiteral("mount")}, StreamMode::Separate);
+    if (!r.started || r.exitStatus != 0)
+        return std::nullopt;
+    const QString table = QString::fromUtf8(r.out);
+    const QStringList lines = table.split(QLatin1Char('\n'));
+    if (std::none_of(lines.cbegin(), lines.cend(), [](const QString &l) { return looksLikeTableLine(l); }))
+        return std::nullopt;
+    return table;
+}
+
+QString ltfsLinesOf(const QString &mountTable)
+{
+    QStringList picked;
+    for (const QString &line : mountTable.split(QLatin1Char('\n'))) {
+        if (line.contains(QStringLiteral("ltfs")))
+            picked << line;
+    }
+    return picked.isEmpty() ? QString() : picked.join(QLatin1Char('\n')) + QLatin1Char('\n');
+}
+
+MountAnswer mountAnswerFor(const std::optional<QString> &mountTable, const QString &name)
+{
+    if (!mountTable)
+        return MountAnswer::Unknown;
+    const QString ltfsLines = ltfsLinesOf(*mountTable);
+    if (ltfsLines.isEmpty())
+        return MountAnswer::No;
+    return mountOutputShows(ltfsLines, name) ? MountAnswer::Yes : MountAnswer::No;
+}
+
+QString mountTableUnreadableLine(const QString &consequence)
+{
+    return QStringLiteral("The mount table could not be read (`mount` failed or printed no table), so "
+                          "TapeDesk cannot tell whether the tape is mounted: ") +
+           consequence;
+}
+
+bool isLtfsHolder(const QByteArray &cmdline, const QString &mountPoint, const QString &ltfsPath)
+{
+    QList<QByteArray> args = cmdline.split('\0');
+    if (!args.isEmpty() && args.constLast().isEmpty())
+        args.removeLast();
+    if (args.size() < 2)
+        return false;
+    const QString program = QFile::decodeName(args.constFirst());
+    const bool isLtfs =
+        program.section(QLatin1Char('/'), -1) == QStringLiteral("ltfs") ||
+        (!ltfsPath.isEmpty() && (program == ltfsPath || program == canonicalOrSelf(ltfsPath)));
+    if (!isLtfs)
+        return false;
+    const QString point = QDir::cleanPath(mountPoint);
+    return std::any_of(args.cbegin() + 1, args.cend(), [&](const QByteArray &a) {
+        return !a.isEmpty() && QDir::cleanPath(QFile::decodeName(a)) == point;
+    });
+}
+
+std::optional<QList<LtfsHolder>> ltfsHoldersOf(const QString &mountPoint, const QString &ltfsPath)
+{
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QList<LtfsHolder> holders;
+    bool sawProcess = false;
+    for (const QString &entry : pids) {
+        bool numeric = false;
+        const qint64 pid = entry.toLongLong(&numeric);
+        if (!numeric)
+            continue;
+        sawProcess = true;
+        QFile f(QStringLiteral("/proc/") + entry + QStringLiteral("/cmdline"));
+        // A process that ended since the listing has nothing to read.
+        if (!f.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray cmdline = f.readAll();
+        if (!isLtfsHolder(cmdline, mountPoint, ltfsPath))
+            continue;
+        QByteArray shown = cmdline;
+        while (shown.endsWith('\0'))
+            shown.chop(1);
+        shown.replace('\0', ' ');
+        holders.append({pid, QString::fromUtf8(shown)});
+    }
+    if (!sawProcess)
+        return std::nullopt;
+    return holders;
+}
+
+} // namespace tapedesk
