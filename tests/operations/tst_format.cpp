@@ -50,13 +50,6 @@ int countKind(const DialogScript &script, const QString &kind)
 }
 
 // What "mount" lists now.
-QString mountTable()
-{
-    QProcess p;
-    p.start(simBinDir() + QStringLiteral("/mount"), QStringList());
-    p.waitForFinished();
-    return QString::fromUtf8(p.readAllStandardOutput());
-}
 
 } // namespace
 
@@ -391,31 +384,46 @@ private Q_SLOTS:
     }
 
     // The volume goes away first; only then is the name asked, once.
+    // The naming, and so mkltfs, comes only once the unmount is complete: the
+    // volume unlisted and its ltfs daemon gone (here it lingers 4 s writing
+    // the index). mkltfs then gets the cartridge's own answer, not the busy
+    // drive's.
     void mountedTapeUnmountedFirst()
     {
         QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
         QVERIFY(scanAndSelectRow(vc, 0));
         QVERIFY(vc.isTapeMounted());
-        bool unmountedWhenAsked = false;
-        DialogScript script;
-        script.press(QStringLiteral("OK")).then([&](QWidget *d, const SeenDialog &) {
-            unmountedWhenAsked = paneText(vc).contains(QStringLiteral("Unmounting Tape Complete")) &&
-                                 !mountTable().contains(QStringLiteral("/tmp/ltfs/mnt/0"));
-            clickButton(d, QStringLiteral("Cancel"));
+        qputenv("TAPESIM_UNMOUNT_DELAY", "4");
+        bool waited = false;
+        QObject::connect(vc.ui.rightScrollView, &QPlainTextEdit::textChanged, &vc, [&] {
+            waited = waited || paneText(vc).contains(QStringLiteral("Waiting for un-mount to complete"));
         });
+        bool releasedWhenNamed = false;
+        DialogScript script;
+        script.press(QStringLiteral("OK"))
+            .then([&](QWidget *d, const SeenDialog &) {
+                releasedWhenNamed =
+                    paneText(vc).contains(QStringLiteral("Unmounting Tape Complete")) &&
+                    !readFile(TestHome::path() + QStringLiteral("/tapesim/state.ini")).contains("[mount]");
+                d->findChild<QLineEdit *>()->setText(QStringLiteral("FRESH1"));
+                clickButton(d, QStringLiteral("OK"));
+            })
+            .press(QStringLiteral("Cancel"));
         vc.btnFormat(vc.ui.btnFormat);
         QCOMPARE(script.seen().size(), 1);
         QCOMPARE(script.seen()[0].title, QStringLiteral("Warning!"));
         QCOMPARE(script.seen()[0].informative,
                  QStringLiteral("Tape is mounted and may contain data that will be lost, continue?"));
-        QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), 20000));
+        QVERIFY(waitForPane(vc, QStringLiteral("Tape is already formated"), 20000));
         QVERIFY(waitForIdle(vc));
-        QVERIFY(unmountedWhenAsked);
+        QVERIFY(waited);
+        QVERIFY(releasedWhenNamed);
         QVERIFY(!vc.formatTapeEnabled.load());
-        const QString pane = paneText(vc);
-        QVERIFY(pane.indexOf(QStringLiteral("Unmounting Tape Complete")) <
-                pane.indexOf(QStringLiteral("Format Canceled")));
+        QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
+                 (QList<QStringList>{{QStringLiteral("--device=0"), QStringLiteral("--tape-serial=FRESH1"),
+                                      QStringLiteral("--volume-name=FRESH1")}}));
+        QVERIFY(waitUntil([&] { return script.pending() == 0; }));
         // Another poll's worth of time: the naming is not asked again.
         QTest::qWait(3500);
         QCOMPARE(countKind(script, QStringLiteral("input")), 1);
@@ -501,6 +509,18 @@ private Q_SLOTS:
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Format Error")));
         QVERIFY(paneText(vc).contains(QStringLiteral("drive name \"\"")));
+
+        // A mount table that cannot be read: whether the tape is mounted is
+        // unknown, so nothing is asked and nothing runs.
+        QVERIFY(scanAndSelectRow(vc, 0));
+        vc.ui.rightScrollView->clear();
+        qputenv("TAPESIM_FAIL", "*:mount=silent");
+        vc.btnFormat(vc.ui.btnFormat);
+        qunsetenv("TAPESIM_FAIL");
+        QVERIFY(waitForPane(vc, QStringLiteral("the format was not started.")));
+        QVERIFY(paneText(vc).startsWith(
+            QStringLiteral("\nRemoving Mounted Record\nThe mount table could not be read ")));
+        QVERIFY(waitForStatus(vc.ui.btnFormat, QStringLiteral("Fail Button")));
 
         // No preferences.
         ITDT_PATH.set(std::nullopt);

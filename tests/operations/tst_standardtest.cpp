@@ -154,6 +154,20 @@ private Q_SLOTS:
         QCOMPARE(seen.first().informative, QStringLiteral("Please unmount tape before running test"));
         QCOMPARE(seen.first().buttons, QStringList{QStringLiteral("OK")});
         QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
+
+        // A mount table that cannot be read counts as mounted, and says so.
+        ViewController vc;
+        selectDrive(vc);
+        DialogScript script;
+        script.press(QStringLiteral("OK"));
+        qputenv("TAPESIM_FAIL", "*:mount=5");
+        vc.btnRunTest();
+        qunsetenv("TAPESIM_FAIL");
+        QVERIFY(waitForPane(vc, QStringLiteral("nothing was run.")));
+        QVERIFY(paneText(vc).contains(
+            QStringLiteral("Error: Tape needs to be un-mounted\nThe mount table could not be read ")));
+        QCOMPARE(script.seen().size(), 1);
+        QVERIFY(simRunsOf(QStringLiteral("itdt")).isEmpty());
     }
 };
 

@@ -1,4 +1,4 @@
-// ctest-timeout: 45
+// ctest-timeout: 90
 // The Mount button on a mounted drive, against the simulator: umount once,
 // then the real 3-second poll until the mount table no longer lists the
 // volume. Each test waits for at least one poll, so they take seconds.
@@ -11,7 +11,9 @@
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTimer>
+#include <csignal>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -83,27 +85,67 @@ private Q_SLOTS:
         QVERIFY(script.seen().isEmpty());
     }
 
-    void slowUnmountWaitsOnAClearedPanePerPoll()
+    // Complete means released: the volume out of the mount table, and no ltfs
+    // daemon left serving it. Until then each poll shows the waiting line on a
+    // cleared pane, with the reason when it is not the plain wait; the record
+    // stays. Once the cause goes, the next poll completes.
+    void waitsUntilReleased_data()
     {
+        QTest::addColumn<QByteArray>("unmountDelay");
+        QTest::addColumn<QByteArray>("fault");
+        QTest::addColumn<int>("nameHolderAfterMs");
+        QTest::addColumn<QString>("reason"); // pattern of the line after the waiting line; "" for none
+        const QString unreadable =
+            QStringLiteral("^The mount table could not be read .*: the unmount waits until it can\\.$");
+        QTest::newRow("daemon still writing the index")
+            << QByteArray("4") << QByteArray() << 60000 << QString();
+        QTest::newRow("mount fails") << QByteArray("0") << QByteArray("*:mount=5") << 60000 << unreadable;
+        QTest::newRow("mount prints nothing")
+            << QByteArray("0") << QByteArray("*:mount=silent") << 60000 << unreadable;
+        QTest::newRow("daemon never exits")
+            << QByteArray("100000") << QByteArray() << 2000 // named at the first poll
+            << QStringLiteral(
+                   "^Still waiting after \\d+ seconds: ltfs process (\\d+) has not released the drive "
+                   "yet \\(\\S*/ltfs /tmp/ltfs/mnt/0 -o devname=0 -o eject\\)$");
+    }
+
+    void waitsUntilReleased()
+    {
+        QFETCH(QByteArray, unmountDelay);
+        QFETCH(QByteArray, fault);
+        QFETCH(int, nameHolderAfterMs);
+        QFETCH(QString, reason);
         ViewController vc;
         QVERIFY(mountTape0(vc));
-        // The mount table keeps the line for 4 s after umount: the poll at 3 s
-        // still sees it, the one at 6 s does not.
-        qputenv("TAPESIM_UNMOUNT_DELAY", "4");
-        int waitingPanes = 0;
+        vc.holderReportIntervalMs = nameHolderAfterMs;
+        qputenv("TAPESIM_UNMOUNT_DELAY", unmountDelay);
+        if (!fault.isEmpty())
+            qputenv("TAPESIM_FAIL", fault);
+        QStringList lastWait; // the lines of the latest waiting pane
         QStringList recordDuringWait;
         QObject::connect(vc.ui.rightScrollView, &QPlainTextEdit::textChanged, &vc, [&] {
-            if (paneText(vc) == QStringLiteral("\n") + kWaiting) {
-                ++waitingPanes;
+            const QString pane = paneText(vc);
+            if (pane.startsWith(QStringLiteral("\n") + kWaiting) &&
+                !pane.contains(QStringLiteral("Unmounting Tape Complete"))) {
+                lastWait = pane.mid(1).split(QLatin1Char('\n'));
                 recordDuringWait = storedMounts();
             }
         });
         vc.ui.btnMount->click();
+        QVERIFY(waitUntil([&] { return lastWait.size() == (reason.isEmpty() ? 1 : 2); }, 10000));
+        QVERIFY(!vc.ui.btnScan->isEnabled());
+        QCOMPARE(recordDuringWait, QStringList{QStringLiteral("1013000101")});
+        if (!reason.isEmpty()) {
+            const QRegularExpressionMatch why = QRegularExpression(reason).match(lastWait.at(1));
+            QVERIFY2(why.hasMatch(), qPrintable(lastWait.at(1)));
+            // What the operator would do: end the process the pane names.
+            if (why.lastCapturedIndex() == 1)
+                QCOMPARE(::kill(why.captured(1).toInt(), SIGKILL), 0);
+        }
+        qunsetenv("TAPESIM_FAIL");
         QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), kPollsDoneMs));
         settle();
-        QCOMPARE(waitingPanes, 1);
-        QCOMPARE(recordDuringWait, QStringList{QStringLiteral("1013000101")});
-        QCOMPARE(paneText(vc), QStringLiteral("\n") + kWaiting + kCompletion);
+        QCOMPARE(paneText(vc), QStringLiteral("\n") + lastWait.join(QLatin1Char('\n')) + kCompletion);
         QCOMPARE(storedMounts(), QStringList());
         QCOMPARE(runsOf(QStringLiteral("umount")).size(), 1);
         QVERIFY(waitForIdle(vc));
