@@ -94,6 +94,10 @@ State State::defaults()
     s.drives.push_back(drive("tape2", "ULTRIUM-TD9", "N2B4", "1013000103", 2, Cartridge{}));
     s.drives.push_back(drive("/dev/IBMtape3", "ULTRIUM-HH8", "F1A2", "1013000104", 3,
                              Cartridge{true, "TD0004", true, "ARCHIVE04", false}));
+    // Named so that one drive's mount point is a prefix of another's
+    // (/tmp/ltfs/mnt/1 and /tmp/ltfs/mnt/10), as in any library of ten drives.
+    s.drives.push_back(drive("tape10", "ULTRIUM-HH9", "N2B4", "1013000110", 10,
+                             Cartridge{true, "TD0010", true, "ARCHIVE10", false}));
     return s;
 }
 

@@ -12,13 +12,6 @@ namespace tapedesk {
 
 namespace {
 
-// A line of `mount`'s table: "proc on /proc type proc (rw,nosuid,nodev,noexec,relatime)".
-bool looksLikeTableLine(QStringView line)
-{
-    const qsizetype on = line.indexOf(u" on ");
-    return on > 0 && line.indexOf(u" type ", on + 4) > on;
-}
-
 QString canonicalOrSelf(const QString &path)
 {
     const QString canonical = QFileInfo(path).canonicalFilePath();
@@ -37,7 +30,9 @@ std::optional<QString> readMountTable()
         return std::nullopt;
     const QString table = QString::fromUtf8(r.out);
     const QStringList lines = table.split(QLatin1Char('\n'));
-    if (std::none_of(lines.cbegin(), lines.cend(), [](const QString &l) { return looksLikeTableLine(l); }))
+    // A real table lists at least "/dev/sda1 on / type ext4 (rw,relatime)".
+    if (std::none_of(lines.cbegin(), lines.cend(),
+                     [](const QString &l) { return parseMountLine(l).has_value(); }))
         return std::nullopt;
     return table;
 }
@@ -56,10 +51,7 @@ MountAnswer mountAnswerFor(const std::optional<QString> &mountTable, const QStri
 {
     if (!mountTable)
         return MountAnswer::Unknown;
-    const QString ltfsLines = ltfsLinesOf(*mountTable);
-    if (ltfsLines.isEmpty())
-        return MountAnswer::No;
-    return mountOutputShows(ltfsLines, name) ? MountAnswer::Yes : MountAnswer::No;
+    return mountOutputShows(*mountTable, name) ? MountAnswer::Yes : MountAnswer::No;
 }
 
 QString mountTableUnreadableLine(const QString &consequence)

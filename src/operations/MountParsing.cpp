@@ -45,13 +45,48 @@ std::optional<QString> volumeFromLtfsStderr(const QString &stderrText)
     return stderrText.mid(start, end - start);
 }
 
-// mount | grep ltfs, while a volume is mounted:
+// mount prints one line per mount, for an LTFS volume:
 //   ltfs:/dev/sg3 on /tmp/ltfs/mnt/0 type fuse (rw,nosuid,nodev,relatime,user_id=0,group_id=0,...)
-// A plain substring test: "/mnt/1" also matches "/mnt/10", and a mount point
-// shown under a resolved parent path still counts.
+// and escapes blanks, tabs, newlines and backslashes in paths as octal
+// ("/tmp/ltfs/mnt/my\040drive"), so the fields split at " on " and " type ".
+std::optional<MountLine> parseMountLine(QStringView line)
+{
+    const qsizetype on = line.indexOf(u" on ");
+    if (on < 0)
+        return std::nullopt;
+    const qsizetype type = line.indexOf(u" type ", on + 4);
+    if (type < 0)
+        return std::nullopt;
+    QString point;
+    const QStringView raw = line.mid(on + 4, type - on - 4);
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        const auto isOctal = [&](qsizetype at) { return raw[at] >= u'0' && raw[at] <= u'7'; };
+        if (raw[i] == u'\\' && i + 3 < raw.size() && isOctal(i + 1) && isOctal(i + 2) && isOctal(i + 3)) {
+            point += QChar(((raw[i + 1].unicode() - u'0') << 6) | ((raw[i + 2].unicode() - u'0') << 3) |
+                           (raw[i + 3].unicode() - u'0'));
+            i += 3;
+        } else {
+            point += raw[i];
+        }
+    }
+    const QStringView rest = line.mid(type + 6);
+    const qsizetype typeEnd = rest.indexOf(u' ');
+    return MountLine{point, (typeEnd < 0 ? rest : rest.left(typeEnd)).toString()};
+}
+
+// Exact mount point, not a text search: "/mnt/1" is inside "/mnt/10", and any
+// other mount whose path merely contains "/mnt/<name>" must not count (a
+// safety departure from a plain substring test). FUSE is how ltfs mounts.
 bool mountOutputShows(const QString &mountOutput, const QString &name)
 {
-    return mountOutput.contains(QStringLiteral("/mnt/") + name);
+    const QString point = kMountRoot + name;
+    for (const QString &line : mountOutput.split(QLatin1Char('\n'))) {
+        const std::optional<MountLine> m = parseMountLine(line);
+        if (m && m->point == point &&
+            (m->type == QStringLiteral("fuse") || m->type.startsWith(QStringLiteral("fuse."))))
+            return true;
+    }
+    return false;
 }
 
 QString unsafeMountNameMessage(const QString &operation, const QString &name)

@@ -17,7 +17,17 @@ QString barcodeFromAttributeRead(const QString &output);
 // successfully. " and the next " : ", as it is. nullopt when either is missing.
 std::optional<QString> volumeFromLtfsStderr(const QString &stderrText);
 
-// Whether the mount table text shows a volume at "/mnt/" + name.
+// One line of `mount`'s table: the mount point (octal escapes such as \040
+// undone) and the file-system type. nullopt for a line of another shape.
+struct MountLine
+{
+    QString point;
+    QString type;
+};
+std::optional<MountLine> parseMountLine(QStringView line);
+
+// Whether the mount table text lists a FUSE mount whose mount point is exactly
+// /tmp/ltfs/mnt/<name>.
 bool mountOutputShows(const QString &mountOutput, const QString &name);
 
 // The pane line for a drive whose name cannot be a mount point; `operation`

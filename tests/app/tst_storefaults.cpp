@@ -119,7 +119,7 @@ private Q_SLOTS:
                 QSKIP("this user writes through read-only folders");
             }
             // The remembered drive was read from the file.
-            QCOMPARE(vc.ui.tableView->model()->rowCount(), 5);
+            QCOMPARE(vc.ui.tableView->model()->rowCount(), 6);
             vc.ui.tableView->selectRow(0);
             QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
 

@@ -39,7 +39,7 @@ private Q_SLOTS:
         ViewController vc;
         QVERIFY(openWithDriveSelected(vc, 0, QStringLiteral("tape0")));
         const int rowsBefore = vc.driveModel()->rowCount();
-        QCOMPARE(rowsBefore, 5); // four drives of the library and the remembered one
+        QCOMPARE(rowsBefore, 6); // five drives of the library and the remembered one
         const auto storeBefore = storeContents();
 
         int listed = 0; // drive lines that reached stdout before the end

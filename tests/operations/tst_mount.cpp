@@ -4,6 +4,7 @@
 // mounted-drive record and which tools ran.
 
 #include "operations/MountSteps.h"
+#include "operations/Texts.h"
 #include "support/TestMain.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
@@ -375,15 +376,34 @@ private Q_SLOTS:
             return vc.isTapeMounted();
         };
         QVERIFY(mountedFor(QStringLiteral("10")));
-        // A plain substring test: "/mnt/1" is found inside "/mnt/10".
-        QVERIFY(mountedFor(QStringLiteral("1")));
-        QVERIFY(!mountedFor(QStringLiteral("2")));
-        QVERIFY(mountedFor(QString()));
-
-        // Nothing mounted: grep prints nothing, which means no, whatever the name.
-        freshSimulator();
+        // The exact mount point: /tmp/ltfs/mnt/1 is not /tmp/ltfs/mnt/10.
+        QVERIFY(!mountedFor(QStringLiteral("1")));
         QVERIFY(!mountedFor(QString()));
-        QVERIFY(!mountedFor(QStringLiteral("10")));
+    }
+
+    // With tape10 mounted, tape1 is treated as the unmounted drive it is:
+    // Format asks for the name at once, Test for the go-ahead.
+    void prefixDriveIsNotMounted()
+    {
+        freshSimulator();
+        QVERIFY(mountWithSimulator(QStringLiteral("10")));
+        ViewController vc;
+        QVERIFY(scanAndSelect(vc, 1));
+        QCOMPARE(vc.selectedDrive.get()->name(), QStringLiteral("1"));
+        DialogScript script;
+        // tape1 is an HH9, on which a format asks to proceed first.
+        script.press(QStringLiteral("Proceed"))
+            .press(QStringLiteral("Cancel"))
+            .press(QStringLiteral("Cancel"));
+        vc.btnFormat(vc.ui.btnFormat);
+        QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled")));
+        vc.btnRunTest();
+        QVERIFY(waitUntil([&] { return script.pending() == 0; }));
+        QCOMPARE(script.seen().size(), 3);
+        QCOMPARE(script.seen()[1].title, QStringLiteral("Format Drive"));
+        QCOMPARE(script.seen()[2].informative, ALERT_DESTRUCTIVE_RUN_TEST);
+        QVERIFY(!paneText(vc).contains(QStringLiteral("un-mounted")));
+        QVERIFY(runsOf(QStringLiteral("umount")).isEmpty());
     }
 };
 

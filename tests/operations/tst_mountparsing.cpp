@@ -1,6 +1,7 @@
 // ctest-timeout: 10
 // The three texts the mount reads back, on the odd inputs the tools can give.
 
+#include "operations/MountCheck.h"
 #include "operations/MountParsing.h"
 #include "support/TestMain.h"
 
@@ -75,19 +76,45 @@ private Q_SLOTS:
             QCOMPARE(*got, volume);
     }
 
-    void mountTableIsSearchedForMntName()
+    // A drive's volume counts as mounted only on a FUSE line whose mount
+    // point is exactly /tmp/ltfs/mnt/<name>.
+    void mountTableListsTheExactMountPoint_data()
     {
-        const QString line =
-            QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/10 type fuse (rw,nosuid,nodev)\n");
-        QVERIFY(mountOutputShows(line, QStringLiteral("10")));
-        QVERIFY(mountOutputShows(line, QStringLiteral("1")));
-        QVERIFY(mountOutputShows(line, QString()));
-        QVERIFY(!mountOutputShows(line, QStringLiteral("2")));
-        QVERIFY(!mountOutputShows(line.toUpper(), QStringLiteral("10")));
-        // Another parent path (a resolved link) still counts.
-        QVERIFY(mountOutputShows(QStringLiteral("ltfs:0 on /private/tmp/ltfs/mnt/0 type fuse"),
-                                 QStringLiteral("0")));
-        QVERIFY(!mountOutputShows(QString(), QString()));
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("mounted");
+        const QString root = QStringLiteral("/dev/vda1 on / type ext4 (rw,relatime)\n");
+        const QString ten =
+            root + QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/10 type fuse (rw,nosuid,nodev,"
+                                  "relatime,user_id=0,group_id=0,default_permissions,allow_other)\n");
+        QTest::newRow("root user's mount") << ten << QStringLiteral("10") << true;
+        QTest::newRow("1 is not 10") << ten << QStringLiteral("1") << false;
+        QTest::newRow("empty name") << ten << QString() << false;
+        QTest::newRow("ordinary user's mount")
+            << QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/IBMtape12 type fuse (rw,nosuid,nodev,relatime,"
+                              "user_id=1001,group_id=1001,default_permissions)")
+            << QStringLiteral("IBMtape12") << true;
+        QTest::newRow("IBMtape1 is not IBMtape12")
+            << QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/IBMtape12 type fuse (rw)")
+            << QStringLiteral("IBMtape1") << false;
+        QTest::newRow("not FUSE") << QStringLiteral("/dev/sdb1 on /tmp/ltfs/mnt/1 type ext4 (rw)")
+                                  << QStringLiteral("1") << false;
+        QTest::newRow("another parent path")
+            << QStringLiteral("ltfs:0 on /srv/tmp/ltfs/mnt/1 type fuse (rw)") << QStringLiteral("1") << false;
+        QTest::newRow("blank escaped by mount")
+            << QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/my\\040drive type fuse (rw)")
+            << QStringLiteral("my drive") << true;
+        QTest::newRow("unreadable line")
+            << QStringLiteral("ltfs /tmp/ltfs/mnt/1 fuse") << QStringLiteral("1") << false;
+    }
+
+    void mountTableListsTheExactMountPoint()
+    {
+        QFETCH(QString, table);
+        QFETCH(QString, name);
+        QFETCH(bool, mounted);
+        QCOMPARE(mountOutputShows(table, name), mounted);
+        QCOMPARE(mountAnswerFor(table, name), mounted ? MountAnswer::Yes : MountAnswer::No);
     }
 };
 

@@ -46,7 +46,7 @@ private slots:
         DriveList list;
         parseDriveTextToDrive(QString::fromUtf8(r.out), list);
         const auto drives = list.snapshot();
-        QCOMPARE(drives.size(), 4);
+        QCOMPARE(drives.size(), 5);
         const DriveRecord hh8 = drives.at(0)->record();
         QCOMPARE(hh8.id, QStringLiteral("tape0"));
         QCOMPARE(hh8.name, QStringLiteral("0"));
@@ -65,7 +65,7 @@ private slots:
             QCOMPARE(rec.serialNumber.size(), 10);
             serials.insert(rec.serialNumber);
         }
-        QCOMPARE(serials.size(), 4);
+        QCOMPARE(serials.size(), 5);
     }
 
     void exitLineMatchesStatusOnEveryPath_data()
