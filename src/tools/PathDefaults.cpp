@@ -40,11 +40,11 @@ QStringList installFolders(const QString &name)
 
 QString defaultToolPath(const QString &name)
 {
-    const QString onPath = QStandardPaths::findExecutable(name);
+    QString onPath = QStandardPaths::findExecutable(name);
     if (!onPath.isEmpty())
         return onPath;
     for (const QString &folder : installFolders(name)) {
-        const QString candidate = folder + QLatin1Char('/') + name;
+        QString candidate = folder + QLatin1Char('/') + name;
         if (isProgram(candidate))
             return candidate;
     }
