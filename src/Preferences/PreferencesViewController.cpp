@@ -1,5 +1,6 @@
 #include "Preferences/PreferencesViewController.h"
 
+#include "tools/PathDefaults.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 
@@ -103,10 +104,11 @@ void PreferencesViewController::viewWillAppear()
 
 void PreferencesViewController::setDefaults()
 {
-    txtOutput->setText(PreferenceDefaults::output);
-    txtITDT->setText(PreferenceDefaults::itdt);
-    txtMK->setText(PreferenceDefaults::mkltfs);
-    txtLTFS->setText(PreferenceDefaults::ltfs);
+    const PathDefaults defaults = pathDefaults();
+    txtOutput->setText(defaults.output);
+    txtITDT->setText(defaults.itdt);
+    txtMK->setText(defaults.mkltfs);
+    txtLTFS->setText(defaults.ltfs);
 }
 
 void PreferencesViewController::loadPreferences()
@@ -170,10 +172,17 @@ void PreferencesViewController::btnSave(QAbstractButton *)
     loadPreferences();
     // A store that cannot be written (read-only home, full disk) must not pass
     // for a saved one: the paths would be gone at the next start.
-    lblStatus->setText(
-        stored ? PREFERENCES_SAVED
-               : QStringLiteral("Preferences could not be saved to %1 - they apply until TapeDesk quits.")
-                     .arg(SettingsStore::fileName()));
+    if (!stored)
+        lblStatus->setText(
+            QStringLiteral("Preferences could not be saved to %1 - they apply until TapeDesk quits.")
+                .arg(SettingsStore::fileName()));
+    else if (!createDefaultOutputFolder(txtOutput->text()))
+        lblStatus->setText(QStringLiteral("Preferences have been saved, but the output folder %1 could not "
+                                          "be created.")
+                               .arg(txtOutput->text()));
+    else
+        lblStatus->setText(PREFERENCES_SAVED);
+    Q_EMIT saved();
 }
 
 void PreferencesViewController::btnReset(QAbstractButton *)

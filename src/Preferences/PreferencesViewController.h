@@ -55,6 +55,11 @@ public:
     void btnSave(QAbstractButton *sender = nullptr);
     void btnReset(QAbstractButton *sender = nullptr);
 
+Q_SIGNALS:
+    // After every Save, whatever was typed: the main window decides whether
+    // the new paths call for a check and a scan.
+    void saved();
+
 private:
     void chooseFile(QLineEdit *field);
 };

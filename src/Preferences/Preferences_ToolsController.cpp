@@ -30,9 +30,9 @@ void Preferences_ToolsController::viewDidLoad()
         "<li><b>mkltfs</b>: formats a tape as an LTFS volume.</li>"
         "</ul>"
         "<p>The <b>output folder</b> is where itdt writes its reports and drive dumps (.blz files). "
-        "It does not have to exist when you save.</p>"
+        "The default one is created when you save.</p>"
         "<p>Paths are taken exactly as typed and checked when the main window is next shown; if one is "
-        "wrong the main window says \"Looks like preferences settings could be wrong.\"</p>"
+        "wrong the main window says \"Looks like preferences settings could be wrong.\" and names it.</p>"
         "<p>Starting TapeDesk with <code>-c</code> forgets the three program paths (the output folder "
         "stays).</p>"));
 

@@ -1,11 +1,13 @@
 #include "app/AppDelegate.h"
 
+#include "Preferences/PreferencesViewController.h"
 #include "Preferences/PreferencesWindowController.h"
 #include "app/DarkLook.h"
 #include "app/Eula_ViewController.h"
 #include "app/Help_ViewController.h"
 #include "app/WindowController.h"
 #include "support/AuthenticateViewController.h"
+#include "ui/ViewController.h"
 
 #include <QAction>
 #include <QApplication>
@@ -73,8 +75,13 @@ void AppDelegate::applicationWillTerminate(QObject *) {}
 
 void AppDelegate::showPreferences(QObject *sender)
 {
-    if (!preferencesController)
+    if (!preferencesController) {
         preferencesController = std::make_unique<PreferencesWindowController>();
+        connect(preferencesController->pathsPane(), &PreferencesViewController::saved, this, [this] {
+            if (m_mainWindow)
+                m_mainWindow->preferencesSaved();
+        });
+    }
     preferencesController->showWindow(sender);
 }
 
@@ -102,6 +109,13 @@ void AppDelegate::showAccount(QObject *sender)
         accountController = std::make_unique<WindowController>(
             QStringLiteral("ACCOUNT_WC"), QStringLiteral("Account"), new AuthenticateViewController);
     accountController->showWindow(sender);
+}
+
+void AppDelegate::attachMainWindow(ViewController &window)
+{
+    m_mainWindow = &window;
+    installMenus(window.menuBar());
+    connect(&window, &ViewController::preferencesNeeded, this, [this] { showPreferences(); });
 }
 
 void AppDelegate::installMenus(QMenuBar *bar)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
 #include <memory>
 
 class QAction;
@@ -9,6 +10,7 @@ class QMenuBar;
 namespace tapedesk {
 
 class PreferencesWindowController;
+class ViewController;
 class WindowController;
 
 // The application's own windows and menu commands. Each window is created on
@@ -40,11 +42,19 @@ public:
     // of each.
     void installMenus(QMenuBar *bar);
 
+    // Gives the main window its menus and the preferences window: shown when
+    // the main window asks for a setup, and every Save reported back to it.
+    // Call before the window is shown.
+    void attachMainWindow(ViewController &window);
+
     QAction *actionPreferences = nullptr;
     QAction *actionAccount = nullptr;
     QAction *actionHelp = nullptr;
     QAction *actionLicence = nullptr;
     QAction *actionQuit = nullptr;
+
+private:
+    QPointer<ViewController> m_mainWindow;
 };
 
 } // namespace tapedesk

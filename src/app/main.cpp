@@ -24,7 +24,7 @@ int main(int argc, char *argv[])
 
     tapedesk::ViewController window;
     tapedesk::reportFirstFrame(window.centralWidget());
-    delegate.installMenus(window.menuBar());
+    delegate.attachMainWindow(window);
     window.viewDidLoad(app.arguments());
     window.show();
     return QApplication::exec();

@@ -23,13 +23,34 @@ bool preferencesValid()
     LTFS_PATH.set(SettingsStore::text(PreferenceKeys::ltfs));
     MKLTFS_PATH.set(SettingsStore::text(PreferenceKeys::mkltfs));
     OUTPUT_FOLDER.set(SettingsStore::text(PreferenceKeys::output));
-    if (!isPreferencesSet())
-        return false;
-    for (const OptionalPath *tool : {&MKLTFS_PATH, &LTFS_PATH, &ITDT_PATH}) {
-        if (!QFileInfo::exists(*tool->get()))
-            return false;
+    return preferencesProblem().isEmpty();
+}
+
+QString preferencesProblem()
+{
+    struct Named
+    {
+        const OptionalPath *path;
+        const char *name;
+    };
+    // An absent path is reported before any file is looked at.
+    for (const Named &p : {Named{&ITDT_PATH, "itdt"}, Named{&LTFS_PATH, "ltfs"},
+                           Named{&MKLTFS_PATH, "mkltfs"}, Named{&OUTPUT_FOLDER, "output folder"}}) {
+        if (!p.path->get())
+            return QString::fromLatin1(p.name) + QStringLiteral(" path not set");
     }
-    return true;
+    for (const Named &p :
+         {Named{&MKLTFS_PATH, "mkltfs"}, Named{&LTFS_PATH, "ltfs"}, Named{&ITDT_PATH, "itdt"}}) {
+        const QString path = *p.path->get();
+        if (!QFileInfo::exists(path))
+            return QString::fromLatin1(p.name) + QStringLiteral(" not found at ") + path;
+    }
+    return {};
+}
+
+bool noToolPathSet()
+{
+    return !ITDT_PATH.get() && !LTFS_PATH.get() && !MKLTFS_PATH.get();
 }
 
 void applyLaunchArguments(const QStringList &arguments)

@@ -25,21 +25,21 @@ inline const QString mkltfs = QStringLiteral("MKLTFS_PATH");
 inline const QString output = QStringLiteral("OUTPUT_FOLDER");
 } // namespace PreferenceKeys
 
-// The defaults the preferences pane offers; "<USER NAME>" is literal text the
-// operator is meant to edit.
-namespace PreferenceDefaults {
-inline const QString itdt = QStringLiteral("/Users/<USER NAME>/ITDT/itdt");
-inline const QString ltfs = QStringLiteral("/usr/local/bin/ltfs");
-inline const QString mkltfs = QStringLiteral("/usr/local/bin/mkltfs");
-inline const QString output = QStringLiteral("/Users/<USER NAME>/Desktop/corvel-lto-output");
-} // namespace PreferenceDefaults
-
 // True when all four paths are present; no file is looked at.
 bool isPreferencesSet();
 
 // Loads the four paths from the store (the only place that does) and tests that
 // the three tools exist. The output folder must be present, not existing.
 bool preferencesValid();
+
+// Why the paths loaded last are not valid, naming the first wrong one in the
+// order they are checked (e.g. "itdt not found at /opt/x/itdt"); "" when they
+// are valid.
+QString preferencesProblem();
+
+// True when none of the three program paths is loaded: a first start, or the
+// start after "-c". Such a start has nothing to correct, only to set up.
+bool noToolPathSet();
 
 // The launch switch: "-c" forgets the three tool paths (the output folder
 // stays); any other argument prints "default argument".

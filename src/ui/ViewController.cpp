@@ -173,10 +173,11 @@ void ViewController::buildLayout()
     quit->setShortcut(QKeySequence::Quit);
     connect(quit, &QAction::triggered, qApp, &QApplication::quit);
 
-    // A fixed working surface without title text or window buttons; the
-    // application quits from its menu.
+    // A fixed working surface without window buttons; the application quits
+    // from its menu. The title still names it in the window list and to
+    // assistive technology.
     setWindowFlags(Qt::Window | Qt::CustomizeWindowHint);
-    setWindowTitle(QString());
+    setWindowTitle(QStringLiteral("TapeDesk"));
     setFixedSize(1100, 700);
 }
 
@@ -224,16 +225,41 @@ void ViewController::viewDidAppear()
 {
     const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
     consoleLine(QStringView(mounted));
+    checkPathsAndScan();
+}
+
+void ViewController::checkPathsAndScan()
+{
     if (!support.preferencesValid()) {
-        showResults(true, QStringLiteral("Looks like preferences settings could be wrong."));
+        // With no program path stored there is nothing to correct, only to
+        // set up: the preferences window opens with the defaults instead.
+        const bool firstStart = noToolPathSet();
+        QString message = QStringLiteral("Looks like preferences settings could be wrong.");
+        if (!firstStart)
+            message += QLatin1Char('\n') + preferencesProblem();
+        showResults(true, message);
         endProgress();
+        if (firstStart) {
+            m_awaitingSetup = true;
+            Q_EMIT preferencesNeeded();
+        }
         return;
     }
+    m_awaitingSetup = false;
     if (support.isPreferencesSet()) {
         changeButtonStatus(ui.btnScan, 3, true);
         scanForDrives();
         changeButtonStatus(ui.btnScan, 0, true);
     }
+}
+
+void ViewController::preferencesSaved()
+{
+    // Only the setup a first start asked for goes on to a scan: at any other
+    // time a Save may come while an operation runs, and the operator scans
+    // when ready. Once the paths are valid the window is set up.
+    if (m_awaitingSetup && ui.btnScan->isEnabled())
+        checkPathsAndScan();
 }
 
 void ViewController::refreshDriveTable()

@@ -90,6 +90,9 @@ public:
     // Start-up
     void viewDidLoad(const QStringList &launchArguments);
     void viewDidAppear();
+    // Told of every Save in the preferences window. Checks the paths again and
+    // scans only while the setup a first start asked for is not yet valid.
+    void preferencesSaved();
 
     // Operation feedback
     void showResults(bool clear, const QString &result);
@@ -181,12 +184,19 @@ public:
     // True while a tool run started by runResponsive() is in flight.
     bool isWaitingResponsive() const { return m_responsiveDepth > 0; }
 
+Q_SIGNALS:
+    // A start with no program path stored: the operator has to set them up.
+    // The application answers by showing the preferences window.
+    void preferencesNeeded();
+
 protected:
     void showEvent(QShowEvent *event) override;
 
 private:
     void buildLayout();
     void connectActions();
+    // Loads and validates the paths, then scans or says what is wrong.
+    void checkPathsAndScan();
     void setMountLabel(const QString &text);
     // Mount steps act on one drive: the one selected when the mount started.
     void mountInBackground(const DrivePtr &drive);
@@ -205,6 +215,8 @@ private:
 
     DriveTableModel *m_model = nullptr;
     bool m_appeared = false;
+    // Set while a first start's setup has not yet produced valid paths.
+    bool m_awaitingSetup = false;
     int m_responsiveDepth = 0;
     bool m_pollInFlight = false;
     // The volume the unmount waits for, and since when.

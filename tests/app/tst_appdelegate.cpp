@@ -2,7 +2,7 @@
 // The application shell: one preferences and one help window for the whole
 // run, the manual compiled in, the licence flag, the dark look and the menus.
 // With TAPEDESK_SCREENSHOT_DIR set (and a real display), it also saves
-// pictures of the preferences and help windows there.
+// pictures of the first start and of the preferences and help windows there.
 
 #include "Preferences/PreferencesViewController.h"
 #include "Preferences/PreferencesWindowController.h"
@@ -23,6 +23,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPainter>
 #include <QPdfDocument>
 #include <QPdfPageNavigator>
 #include <QPdfSelection>
@@ -258,6 +259,47 @@ private Q_SLOTS:
         view->pdfView()->pageNavigator()->jump(1, QPointF());
         QTest::qWait(2500); // pages are rendered in the background
         QVERIFY(delegate.helpController->grab().save(dir + QStringLiteral("/help-window.png")));
+
+        firstStartScreenshot(dir);
+    }
+
+private:
+    // The first start on a host without the tools: the message, and the
+    // preferences window that opened by itself over the main window.
+    static void firstStartScreenshot(const QString &dir)
+    {
+        const QByteArray home = qgetenv("HOME");
+        const QByteArray path = qgetenv("PATH");
+        // An operator's home without a Documents folder, and no tool on PATH;
+        // nothing is saved, so nothing is created there.
+        qputenv("HOME", "/home/operator");
+        qputenv("PATH", "/usr/bin:/bin");
+        SettingsStore::removeKeys(
+            {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs, PreferenceKeys::output});
+        ViewController window;
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        delegate.attachMainWindow(window);
+        window.viewDidLoad({QStringLiteral("tapedesk")});
+        window.show();
+        QVERIFY(waitUntil(
+            [&] { return delegate.preferencesController && delegate.preferencesController->isVisible(); }));
+        QVERIFY(QTest::qWaitForWindowExposed(delegate.preferencesController.get()));
+        QTest::qWait(500);
+        QPixmap shot = window.grab();
+        const QPixmap preferences = delegate.preferencesController->grab();
+        {
+            QPainter painter(&shot);
+            // Below the message, which is what the operator reads first.
+            const QPoint at((shot.width() - preferences.width()) / 2 + 120, 300);
+            painter.drawPixmap(at, preferences);
+            painter.setPen(QPen(QColor(0x60, 0x90, 0xd0), 2));
+            painter.drawRect(QRect(at, preferences.size()).adjusted(-1, -1, 0, 0));
+        }
+        qputenv("HOME", home);
+        qputenv("PATH", path);
+        const QImage small = shot.scaledToWidth(820, Qt::SmoothTransformation).toImage();
+        QVERIFY(small.save(dir + QStringLiteral("/first-start.png"), nullptr, 0));
     }
 };
 

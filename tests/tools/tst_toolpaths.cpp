@@ -116,22 +116,6 @@ private slots:
         QVERIFY(!isPreferencesSet());
     }
 
-    void savedDefaultsAreSetButNotValid()
-    {
-        // What Save does with the pane's default texts untouched.
-        ITDT_PATH.set(PreferenceDefaults::itdt);
-        LTFS_PATH.set(PreferenceDefaults::ltfs);
-        MKLTFS_PATH.set(PreferenceDefaults::mkltfs);
-        OUTPUT_FOLDER.set(PreferenceDefaults::output);
-        storeAll(PreferenceDefaults::itdt, PreferenceDefaults::ltfs, PreferenceDefaults::mkltfs,
-                 PreferenceDefaults::output);
-        QVERIFY(isPreferencesSet());
-        QVERIFY(!preferencesValid());
-        QCOMPARE(ITDT_PATH.get(), QStringLiteral("/Users/<USER NAME>/ITDT/itdt"));
-        QCOMPARE(OUTPUT_FOLDER.get(), QStringLiteral("/Users/<USER NAME>/Desktop/corvel-lto-output"));
-        QVERIFY(isPreferencesSet());
-    }
-
     void launchSwitchForgetsTheToolsButKeepsTheOutputFolder()
     {
         storeAll(m_itdt, m_ltfs, m_mkltfs, QStringLiteral("/srv/lto-output"));

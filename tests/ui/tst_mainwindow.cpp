@@ -1,7 +1,11 @@
 // ctest-timeout: 90
-// The main loop as the operator meets it: start-up, scan, selection, the
-// clear button, and the refusal of every action without preferences.
+// The main loop as the operator meets it: start-up and the first setup, scan,
+// selection, the clear button, and the refusal of every action without
+// preferences.
 
+#include "Preferences/PreferencesViewController.h"
+#include "Preferences/PreferencesWindowController.h"
+#include "app/AppDelegate.h"
 #include "drives/DriveStateStore.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
@@ -11,8 +15,11 @@
 #include "ui/DriveTableModel.h"
 #include "ui/ViewController.h"
 
+#include <QDir>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTableView>
 
 using namespace tapedesk;
@@ -39,6 +46,38 @@ void useFakeTools(const QString &itdtBody)
     setPaths(itdt, ltfs, mk, makeDir(QStringLiteral("out")));
 }
 
+const QString kPathsWrong = QStringLiteral("\nLooks like preferences settings could be wrong.");
+
+// Where the defaults look after PATH. A host with a tape tool installed there
+// cannot show the defaults of a host without one.
+bool hostHasTapeTools()
+{
+    QStringList places;
+    for (const char *folder : {"/usr/local/bin/", "/usr/bin/"}) {
+        for (const char *tool : {"itdt", "ltfs", "mkltfs"})
+            places << QString::fromLatin1(folder) + QString::fromLatin1(tool);
+    }
+    for (const QString &vendor : QDir(QStringLiteral("/opt")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        places << QStringLiteral("/opt/") + vendor + QStringLiteral("/bin/itdt");
+    return std::any_of(places.cbegin(), places.cend(), [](const QString &p) { return QFile::exists(p); });
+}
+
+// "$SIM" and "$HOME" in a row's texts stand for the simulator's folder and the
+// test home.
+QString expand(QString text)
+{
+    return text.replace(QStringLiteral("$SIM"), simBinDir())
+        .replace(QStringLiteral("$HOME"), TestHome::path());
+}
+
+QStringList expand(const QStringList &texts)
+{
+    QStringList out;
+    for (const QString &t : texts)
+        out << expand(t);
+    return out;
+}
+
 } // namespace
 
 class MainWindowTest : public QObject
@@ -46,17 +85,100 @@ class MainWindowTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { m_path = qgetenv("PATH"); }
     void init() { clearStore(); }
+    void cleanup() { qputenv("PATH", m_path); }
 
-    void startWithEmptyStoreWarnsAndDoesNotScan()
+    void startUp_data()
     {
+        QTest::addColumn<bool>("toolsOnPath");
+        QTest::addColumn<bool>("documentsFolder");
+        QTest::addColumn<QStringList>("stored");
+        QTest::addColumn<QStringList>("launch");
+        // The pane once start-up is over; the fields the preferences window
+        // opens with (none: it stays closed); the pane's last line after Save.
+        QTest::addColumn<QString>("startPane");
+        QTest::addColumn<QStringList>("offered");
+        QTest::addColumn<QString>("afterSave");
+
+        const QStringList onSim = {QStringLiteral("$SIM/itdt"), QStringLiteral("$SIM/ltfs"),
+                                   QStringLiteral("$SIM/mkltfs")};
+        QTest::newRow("first start, tools on PATH: Save, then a scan")
+            << true << true << QStringList() << QStringList() << kPathsWrong
+            << onSim + QStringList{QStringLiteral("$HOME/Documents/corvel-lto-output")}
+            << QStringLiteral("Scan Complete");
+        QTest::newRow("no documents folder: output in the home folder")
+            << true << false << QStringList() << QStringList() << kPathsWrong
+            << onSim + QStringList{QStringLiteral("$HOME/corvel-lto-output")}
+            << QStringLiteral("Scan Complete");
+        QTest::newRow("after -c: a first start again, output stored but not offered")
+            << true << true << onSim + QStringList{QStringLiteral("$HOME/old-output")}
+            << QStringList{QStringLiteral("-c")} << kPathsWrong
+            << onSim + QStringList{QStringLiteral("$HOME/Documents/corvel-lto-output")}
+            << QStringLiteral("Scan Complete");
+        QTest::newRow("nothing installed: the install folder names what is missing")
+            << false << true << QStringList() << QStringList() << kPathsWrong
+            << QStringList{QStringLiteral("/usr/local/bin/itdt"), QStringLiteral("/usr/local/bin/ltfs"),
+                           QStringLiteral("/usr/local/bin/mkltfs"),
+                           QStringLiteral("$HOME/Documents/corvel-lto-output")}
+            << QStringLiteral("mkltfs not found at /usr/local/bin/mkltfs");
+        QTest::newRow("stored but not valid: the wrong path is named, nothing opens")
+            << true << true
+            << QStringList{QStringLiteral("/opt/x/itdt"), QStringLiteral("$SIM/ltfs"),
+                           QStringLiteral("$SIM/mkltfs"), QStringLiteral("$HOME/out")}
+            << QStringList() << kPathsWrong + QStringLiteral("\nitdt not found at /opt/x/itdt")
+            << QStringList() << QString();
+    }
+
+    void startUp()
+    {
+        QFETCH(bool, toolsOnPath);
+        QFETCH(bool, documentsFolder);
+        QFETCH(QStringList, stored);
+        QFETCH(QStringList, launch);
+        QFETCH(QString, startPane);
+        QFETCH(QStringList, offered);
+        QFETCH(QString, afterSave);
+        if (!toolsOnPath && hostHasTapeTools())
+            QSKIP("this host has a tape tool installed");
+
+        resetSimulator();
+        QDir(TestHome::path() + QStringLiteral("/Documents")).removeRecursively();
+        QDir(TestHome::path() + QStringLiteral("/corvel-lto-output")).removeRecursively();
+        if (documentsFolder)
+            makeDir(QStringLiteral("Documents"));
+        const QByteArray system = "/usr/bin:/bin";
+        qputenv("PATH", toolsOnPath ? QFile::encodeName(simBinDir()) + ':' + system : system);
+        stored = expand(stored);
+        if (!stored.isEmpty())
+            setPaths(stored[0], stored[1], stored[2], stored[3]);
+
         ViewController vc;
-        vc.viewDidLoad({QStringLiteral("tapedesk")});
+        AppDelegate delegate;
+        delegate.attachMainWindow(vc);
+        vc.viewDidLoad(QStringList{QStringLiteral("tapedesk")} + launch);
         vc.show();
-        QVERIFY(waitForPane(vc, QStringLiteral("Looks like preferences settings could be wrong.")));
+        QVERIFY(waitForPane(vc, startPane.section(QLatin1Char('\n'), -1)));
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(paneText(vc), QStringLiteral("\nLooks like preferences settings could be wrong."));
-        QCOMPARE(vc.driveModel()->rowCount(), 0);
+        QCOMPARE(paneText(vc), startPane);
+        if (offered.isEmpty()) {
+            QVERIFY(!delegate.preferencesController);
+            QCOMPARE(vc.driveModel()->rowCount(), 0);
+            return;
+        }
+
+        QVERIFY(delegate.preferencesController && delegate.preferencesController->isVisible());
+        PreferencesViewController &pane = *delegate.preferencesController->pathsPane();
+        offered = expand(offered);
+        QCOMPARE((QStringList{pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(),
+                              pane.txtOutput->text()}),
+                 offered);
+        pane.ui.btnSave->click();
+        QVERIFY(waitForPane(vc, afterSave));
+        QVERIFY(waitForIdle(vc));
+        QVERIFY(paneText(vc).endsWith(afterSave));
+        QVERIFY(QFileInfo(offered[3]).isDir());
+        QCOMPARE(vc.driveModel()->rowCount(), afterSave == QStringLiteral("Scan Complete") ? 4 : 0);
     }
 
     void startWithValidPathsScansOnce()
@@ -162,6 +284,9 @@ private Q_SLOTS:
         QVERIFY(scanToEnd(vc));
         QCOMPARE(vc.driveModel()->rowCount(), 2);
     }
+
+private:
+    QByteArray m_path;
 };
 
 TAPEDESK_TEST_MAIN(MainWindowTest)
