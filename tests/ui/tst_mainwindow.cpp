@@ -178,7 +178,7 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         QVERIFY(paneText(vc).endsWith(afterSave));
         QVERIFY(QFileInfo(offered[3]).isDir());
-        QCOMPARE(vc.driveModel()->rowCount(), afterSave == QStringLiteral("Scan Complete") ? 4 : 0);
+        QCOMPARE(vc.driveModel()->rowCount(), afterSave == QStringLiteral("Scan Complete") ? 5 : 0);
     }
 
     void startWithValidPathsScansOnce()
