@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@ struct Options
     std::string device;
     bool eject = false;
     bool listDevices = false;
+    bool nonempty = false; // FUSE's "nonempty": mount over files in the mount point
     std::string commandLine;
 };
 
@@ -45,6 +47,8 @@ Options parse(const Args &args)
                 o.eject = false;
             else if (option == "device_list")
                 o.listDevices = true;
+            else if (option == "nonempty")
+                o.nonempty = true;
             start = end + 1;
         }
     }
@@ -57,6 +61,23 @@ std::string threadTag()
     char tag[16];
     std::snprintf(tag, sizeof tag, "%x ", 0x1000 + static_cast<unsigned>(::getpid()) % 0xefff);
     return tag;
+}
+
+bool holdsAnything(const std::string &dir)
+{
+    DIR *d = ::opendir(dir.c_str());
+    if (!d)
+        return false;
+    bool any = false;
+    while (const dirent *e = ::readdir(d)) {
+        const std::string name = e->d_name;
+        if (name != "." && name != "..") {
+            any = true;
+            break;
+        }
+    }
+    ::closedir(d);
+    return any;
 }
 
 std::string canonical(const std::string &path)
@@ -102,6 +123,9 @@ int run(const Options &o, Context &ctx)
         return 1;
     }
     const std::string point = canonical(o.mountPoint);
+    // The real ltfs notices only after it has reported the volume mounted:
+    // FUSE then refuses, and nothing is mounted.
+    const bool fuseRefuses = !o.nonempty && holdsAnything(o.mountPoint);
 
     std::string refusal;
     bool needsLoad = false;
@@ -122,7 +146,7 @@ int run(const Options &o, Context &ctx)
             d->loaded = true;
             blank = !d->cartridge.formatted;
             drive = *d;
-            if (!blank)
+            if (!blank && !fuseRefuses)
                 s.mounts.push_back(MountState{point, o.device, d->id, o.eject, true, 0, 0});
         }
     });
@@ -152,6 +176,12 @@ int run(const Options &o, Context &ctx)
     log("LTFS14111I Initial setup completed successfully.");
     log("LTFS14112I Invoke 'mount' command to check the result of final setup.");
     log("LTFS14113I Specified mount point is listed if succeeded.");
+    if (fuseRefuses) {
+        ctx.err("fuse: mountpoint is not empty");
+        ctx.err("fuse: if you are sure this is safe, use the 'nonempty' mount option");
+        log("LTFS14123W The main function of FUSE returned error (1).");
+        return 0;
+    }
     if (!ctx.isDry())
         startLtfsDaemon(ctx.store(), point);
     return 0;

@@ -5,8 +5,12 @@
 #include "tools/Shell.h"
 
 #include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QLocale>
+#include <QThread>
 
 namespace tapedesk {
 
@@ -59,6 +63,53 @@ QString mountTableUnreadableLine(const QString &consequence)
     return QStringLiteral("The mount table could not be read (`mount` failed or printed no table), so "
                           "TapeDesk cannot tell whether the tape is mounted: ") +
            consequence;
+}
+
+StrayFiles strayFilesIn(const QString &mountPoint)
+{
+    StrayFiles stray;
+    const QDir dir(mountPoint);
+    const QFileInfoList entries =
+        dir.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    stray.count = entries.size();
+    for (const QFileInfo &entry : entries) {
+        if (stray.firstNames.size() < 5)
+            stray.firstNames << entry.fileName();
+        if (entry.isFile())
+            stray.bytes += entry.size();
+    }
+    QDirIterator below(mountPoint, QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                       QDirIterator::Subdirectories);
+    while (below.hasNext()) {
+        below.next();
+        if (below.fileInfo().dir() != dir)
+            stray.bytes += below.fileInfo().size();
+    }
+    return stray;
+}
+
+QString strayFilesLine(const QString &mountPoint, const StrayFiles &stray)
+{
+    QString names = stray.firstNames.join(QStringLiteral(", "));
+    if (stray.count > stray.firstNames.size())
+        names += QStringLiteral(" and %1 more").arg(stray.count - stray.firstNames.size());
+    return QStringLiteral("Mount Error: %1 holds files although no tape is mounted there, probably written "
+                          "while the tape was not mounted: %2 (%3 in all). A mount would hide them. Move "
+                          "them away, then mount again; TapeDesk neither deletes nor moves them.")
+        .arg(mountPoint, names,
+             QLocale::c().formattedDataSize(stray.bytes, 1, QLocale::DataSizeTraditionalFormat));
+}
+
+MountAnswer waitForMountListing(const QString &name, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    for (;;) {
+        const MountAnswer answer = mountAnswerFor(readMountTable(), name);
+        if (answer == MountAnswer::Yes || clock.elapsed() >= timeoutMs)
+            return answer;
+        QThread::msleep(100);
+    }
 }
 
 bool isLtfsHolder(const QByteArray &cmdline, const QString &mountPoint, const QString &ltfsPath)

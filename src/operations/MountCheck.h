@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 namespace tapedesk {
@@ -27,6 +28,23 @@ MountAnswer mountAnswerFor(const std::optional<QString> &mountTable, const QStri
 // The pane line when the mount table could not be read; `consequence` says
 // what TapeDesk does about it.
 QString mountTableUnreadableLine(const QString &consequence);
+
+// What a mount point holds while nothing is mounted on it: files written
+// there by mistake, which a mount would hide and which would then be taken
+// for the tape's.
+struct StrayFiles
+{
+    QStringList firstNames; // sorted by name, at most a few
+    qsizetype count = 0;    // entries directly in the folder
+    qint64 bytes = 0;       // size of everything below it
+};
+StrayFiles strayFilesIn(const QString &mountPoint);
+QString strayFilesLine(const QString &mountPoint, const StrayFiles &stray);
+
+// Polls the mount table until it lists the volume of drive `name`, for at
+// most `timeoutMs`: ltfs returns before its daemon has finished mounting, and
+// may report success when FUSE then refuses. Returns the last answer.
+MountAnswer waitForMountListing(const QString &name, int timeoutMs);
 
 // A process that still serves an LTFS mount point. After umount the mount
 // table forgets the volume at once, but the ltfs daemon goes on writing the

@@ -23,6 +23,8 @@ const QString kMountQuestion = QStringLiteral(
 const QString kNoDriveSelected = QStringLiteral("Error: No drive selected");
 const QString kMountFailedLine =
     QStringLiteral("Mount Error: Please check that a formated tape was inserted");
+// How long the mount table may take to list a volume after ltfs returned.
+constexpr int kListingWaitMs = 5000;
 } // namespace
 
 void ViewController::btnMount(QAbstractButton *)
@@ -71,15 +73,6 @@ void ViewController::mountDrive()
 
 void ViewController::mountInBackground(const DrivePtr &drive)
 {
-    startProgress();
-    showResults(true, QStringLiteral("Mounting Tape"));
-    runLoadVerb(drive, QStringLiteral("load"));
-    changeButtonStatus(ui.btnMount, 2, true);
-    showResults(false, QStringLiteral("      Loading Media"));
-    showResults(false, QStringLiteral("      Getting Tape Address"));
-    const QString address = getSelectedDriveAddress(drive);
-    drive->update([&](DriveRecord &r) { r.address = address; });
-
     auto failWith = [&](const QStringList &lines, bool showError) {
         for (const QString &line : lines)
             showResults(false, line);
@@ -88,6 +81,26 @@ void ViewController::mountInBackground(const DrivePtr &drive)
         changeButtonStatus(ui.btnMount, 1, showError);
         endProgress();
     };
+
+    startProgress();
+    showResults(true, QStringLiteral("Mounting Tape"));
+    // Files in an unmounted mount point were written to the local disk by
+    // mistake (a copy that ran before the mount). ltfs reports success over
+    // them and FUSE then refuses, or a mount would hide them; either way the
+    // operator's next copy "to the tape" lands in /tmp. Refused before any
+    // tool runs: a safety departure from judging ltfs's output alone.
+    const QString mountPoint = kMountRoot + drive->name();
+    if (const StrayFiles stray = strayFilesIn(mountPoint);
+        stray.count > 0 && mountAnswerFor(readMountTable(), drive->name()) != MountAnswer::Yes) {
+        failWith({strayFilesLine(mountPoint, stray)}, false);
+        return;
+    }
+    runLoadVerb(drive, QStringLiteral("load"));
+    changeButtonStatus(ui.btnMount, 2, true);
+    showResults(false, QStringLiteral("      Loading Media"));
+    showResults(false, QStringLiteral("      Getting Tape Address"));
+    const QString address = getSelectedDriveAddress(drive);
+    drive->update([&](DriveRecord &r) { r.address = address; });
 
     const QString code = lastExitCode.get();
     if (code == QStringLiteral("5")) {
@@ -103,7 +116,6 @@ void ViewController::mountInBackground(const DrivePtr &drive)
     }
 
     const DriveRecord record = drive->record();
-    const QString mountPoint = kMountRoot + record.name;
     showResults(false, kMountRoot + QStringLiteral(" ") + record.name);
     showResults(false, QStringLiteral("devname= ") + record.name);
 
@@ -123,6 +135,17 @@ void ViewController::mountInBackground(const DrivePtr &drive)
     const std::optional<QString> volume = volumeFromLtfsStderr(stderrText);
     if (!volume) {
         failWith({kMountFailedLine, stderrText}, true);
+        return;
+    }
+    // The success line alone does not prove a mount: FUSE may refuse after it
+    // ("fuse: mountpoint is not empty"), and then nothing is mounted. Only the
+    // mount table listing this very mount point does.
+    const MountAnswer inTable = waitForMountListing(record.name, kListingWaitMs);
+    if (inTable != MountAnswer::Yes) {
+        QStringList lines{kMountFailedLine, stderrText};
+        if (inTable == MountAnswer::Unknown)
+            lines << mountTableUnreadableLine(QStringLiteral("the mount could not be confirmed."));
+        failWith(lines, true);
         return;
     }
     drive->update([&](DriveRecord &r) { r.label = *volume; });

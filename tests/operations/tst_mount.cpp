@@ -124,12 +124,14 @@ private Q_SLOTS:
             vc.lastErrorOutput.get().contains(QStringLiteral(" LTFS11031I Volume mounted successfully. ")));
 
         const QList<QStringList> runs = toolRuns();
-        QCOMPARE(runs.size(), 3);
+        QCOMPARE(runs.size(), 4);
         QCOMPARE(runs.at(0).last(), QStringLiteral("load"));
         QVERIFY(runs.at(1).contains(QStringLiteral("readattr")));
         QCOMPARE(runs.at(2),
                  (QStringList{QStringLiteral("ltfs"), QStringLiteral("/tmp/ltfs/mnt/0"), QStringLiteral("-o"),
                               QStringLiteral("devname=0"), QStringLiteral("-o"), QStringLiteral("eject")}));
+        // The success line is confirmed by the mount table.
+        QCOMPARE(runs.at(3), QStringList{QStringLiteral("mount")});
         QVERIFY(vc.isTapeMounted());
         QVERIFY(script.unexpected().isEmpty());
     }
@@ -197,6 +199,16 @@ private Q_SLOTS:
         QTest::newRow("marker without ' : '")
             << QStringLiteral("echo '5ec0 LTFS11031I Volume mounted successfully. TD0001' >&2\nexit 0")
             << QStringLiteral("Volume mounted successfully. TD0001");
+        // The real ltfs over files left in the mount point: success, then FUSE
+        // refuses and nothing is listed.
+        QTest::newRow("success line, FUSE refuses")
+            << QStringLiteral(
+                   "echo '5f82 LTFS11031I Volume mounted successfully. TD0001 : Gen = 1 / (a, 5) -> "
+                   "(b, 5) / 1013000101.' >&2\n"
+                   "echo 'fuse: mountpoint is not empty' >&2\n"
+                   "echo \"fuse: if you are sure this is safe, use the 'nonempty' mount option\" >&2\n"
+                   "echo '5f82 LTFS14123W The main function of FUSE returned error (1).' >&2\nexit 0")
+            << QStringLiteral("fuse: mountpoint is not empty\n");
     }
 
     void ltfsWithoutVolumeMarkerFails()
@@ -240,6 +252,44 @@ private Q_SLOTS:
         QVERIFY2(paneText(vc).endsWith(QStringLiteral("\nMount Complete")), qPrintable(paneText(vc)));
         QVERIFY(vc.selectedDrive.get()->mounted());
         QDir().rmdir(point);
+    }
+
+    // Files left in the unmounted mount point: nothing runs, the pane names
+    // them and their size, and they stay where they are.
+    void strayFilesInTheMountPointRefusedBeforeAnyTool()
+    {
+        const QString name = uniqueName("sf");
+        const QString point = kMountRoot + name;
+        QDir(point).removeRecursively();
+        QDir().mkpath(point + QStringLiteral("/photos"));
+        const QList<QPair<QString, QByteArray>> files{
+            {point + QStringLiteral("/notes.txt"), "12345"},
+            {point + QStringLiteral("/photos/a.jpg"), QByteArray(1000, 'x')}};
+        for (const auto &[path, bytes] : files) {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(bytes);
+        }
+        freshSimulator(ownDriveLibrary(QStringLiteral("tape") + name));
+        ViewController vc;
+        QVERIFY(scanAndSelect(vc, 0));
+        DialogScript script;
+        pressMount(vc, QStringLiteral("Ok"), script);
+        QVERIFY(waitForIdle(vc));
+        QCOMPARE(paneText(vc),
+                 QStringLiteral("\nMounting Tape\nMount Error: ") + point +
+                     QStringLiteral(" holds files although no tape is mounted there, probably "
+                                    "written while the tape was not mounted: notes.txt, photos "
+                                    "(1005 bytes in all). A mount would hide them. Move them "
+                                    "away, then mount again; TapeDesk neither deletes nor moves "
+                                    "them."));
+        QVERIFY(runsOf(QStringLiteral("itdt")).isEmpty());
+        QVERIFY(runsOf(QStringLiteral("ltfs")).isEmpty());
+        QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
+        QVERIFY(!vc.selectedDrive.get()->mounted());
+        for (const auto &[path, bytes] : files)
+            QCOMPARE(readFile(path), bytes);
+        QDir(point).removeRecursively();
     }
 
     void mountPointThatCannotBeCreatedFailsWithoutLtfs()

@@ -209,6 +209,24 @@ private slots:
         QCOMPARE(itdt({"-f", "/dev/IBMtape3", "readattr", "-p", "0", "-a", "0x806"}).status, 5);
     }
 
+    void nonEmptyMountPointRefusedByFuseAfterSuccess()
+    {
+        const QString mnt = makeDir(QStringLiteral("mnt/stray"));
+        QFile stray(mnt + QStringLiteral("/copied-too-early.txt"));
+        QVERIFY(stray.open(QIODevice::WriteOnly));
+        stray.close();
+        const SimRun r = ltfs(mnt, QStringLiteral("tape0"));
+        QCOMPARE(r.status, 0);
+        QVERIFY(r.err.contains(" LTFS11031I Volume mounted successfully. TD0001 : "));
+        const QList<QByteArray> lines = r.errLines();
+        QCOMPARE(lines.mid(lines.size() - 3, 2),
+                 (QList<QByteArray>{"fuse: mountpoint is not empty",
+                                    "fuse: if you are sure this is safe, use the 'nonempty' mount option"}));
+        QCOMPARE(withoutThreadId(lines.last()),
+                 QByteArray("LTFS14123W The main function of FUSE returned error (1)."));
+        QVERIFY(ltfsMountLines().isEmpty());
+    }
+
     void otherMountsPassThroughToTheSystem()
     {
         const SimRun list = runSim(QStringLiteral("mount"), {});
