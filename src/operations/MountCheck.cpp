@@ -11,6 +11,8 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QThread>
+#include <cerrno>
+#include <unistd.h>
 
 namespace tapedesk {
 
@@ -110,6 +112,115 @@ MountAnswer waitForMountListing(const QString &name, int timeoutMs)
             return answer;
         QThread::msleep(100);
     }
+}
+
+namespace {
+
+enum class LinkRead { Ok, Hidden, Gone };
+
+LinkRead readLink(const QString &link, QString &target)
+{
+    const QByteArray path = QFile::encodeName(link);
+    char buffer[4096];
+    const ssize_t n = ::readlink(path.constData(), buffer, sizeof buffer);
+    if (n < 0)
+        return errno == EACCES || errno == EPERM ? LinkRead::Hidden : LinkRead::Gone;
+    target = QFile::decodeName(QByteArray(buffer, static_cast<qsizetype>(n)));
+    return LinkRead::Ok;
+}
+
+bool inside(const QString &path, const QString &point)
+{
+    return path == point || path.startsWith(point + QLatin1Char('/'));
+}
+
+// Where in the volume process `dir` (/proc/PID) works, reads or maps a file;
+// "" when nowhere.
+LinkRead pathInside(const QString &dir, const QString &point, QString &found)
+{
+    QString target;
+    const LinkRead cwd = readLink(dir + QStringLiteral("/cwd"), target);
+    if (cwd != LinkRead::Ok)
+        return cwd;
+    if (inside(target, point)) {
+        found = target;
+        return LinkRead::Ok;
+    }
+    const QStringList fds = QDir(dir + QStringLiteral("/fd")).entryList(QDir::Files | QDir::System);
+    for (const QString &fd : fds) {
+        if (readLink(dir + QStringLiteral("/fd/") + fd, target) == LinkRead::Ok && inside(target, point)) {
+            found = target;
+            return LinkRead::Ok;
+        }
+    }
+    // "7f2a...-7f2b... r--p 00000000 00:2e 12 /tmp/ltfs/mnt/0/lib.so": the path is the sixth field.
+    QFile maps(dir + QStringLiteral("/maps"));
+    if (maps.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : maps.readAll().split('\n')) {
+            const qsizetype slash = line.indexOf(" /");
+            if (slash < 0)
+                continue;
+            const QString mapped = QFile::decodeName(line.mid(slash + 1).trimmed());
+            if (inside(mapped, point)) {
+                found = mapped;
+                return LinkRead::Ok;
+            }
+        }
+    }
+    return LinkRead::Ok;
+}
+
+} // namespace
+
+VolumeUsers volumeUsersOf(const QString &mountPoint, const QString &procRoot)
+{
+    VolumeUsers users;
+    const QString point = QDir::cleanPath(mountPoint);
+    const QStringList entries = QDir(procRoot).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &entry : entries) {
+        bool numeric = false;
+        const qint64 pid = entry.toLongLong(&numeric);
+        if (!numeric)
+            continue;
+        const QString dir = procRoot + QLatin1Char('/') + entry;
+        QString found;
+        switch (pathInside(dir, point, found)) {
+        case LinkRead::Hidden:
+            ++users.hidden;
+            break;
+        case LinkRead::Gone:
+            break;
+        case LinkRead::Ok:
+            if (!found.isEmpty()) {
+                QFile comm(dir + QStringLiteral("/comm"));
+                const QString program =
+                    comm.open(QIODevice::ReadOnly) ? QString::fromUtf8(comm.readAll()).trimmed() : QString();
+                users.visible.append({pid, program, found});
+            }
+            break;
+        }
+    }
+    return users;
+}
+
+QStringList volumeUsersLines(const VolumeUsers &users)
+{
+    QStringList lines;
+    for (const VolumeUser &u : users.visible)
+        lines << QStringLiteral("The volume is busy: %1 (pid %2) holds %3")
+                     .arg(u.program)
+                     .arg(u.pid)
+                     .arg(u.path);
+    if (!lines.isEmpty())
+        return lines;
+    QString none = QStringLiteral("The volume is busy, but no process holding it could be found");
+    // Permissions hide other users' processes: one of them may be the holder.
+    if (users.hidden > 0)
+        none +=
+            QStringLiteral(" among those TapeDesk may look into; %1 process(es) of other users are hidden "
+                           "from it")
+                .arg(users.hidden);
+    return {none};
 }
 
 bool isLtfsHolder(const QByteArray &cmdline, const QString &mountPoint, const QString &ltfsPath)

@@ -46,6 +46,24 @@ QString strayFilesLine(const QString &mountPoint, const StrayFiles &stray);
 // may report success when FUSE then refuses. Returns the last answer.
 MountAnswer waitForMountListing(const QString &name, int timeoutMs);
 
+// A process that keeps a mounted volume busy, so umount answers "target is
+// busy": its working folder, an open file or a mapped file lies inside the
+// mount point.
+struct VolumeUser
+{
+    qint64 pid = 0;
+    QString program;
+    QString path;
+};
+struct VolumeUsers
+{
+    QList<VolumeUser> visible;
+    int hidden = 0; // processes of other users this one may not look into
+};
+VolumeUsers volumeUsersOf(const QString &mountPoint, const QString &procRoot = QStringLiteral("/proc"));
+// The pane lines that say who holds the volume.
+QStringList volumeUsersLines(const VolumeUsers &users);
+
 // A process that still serves an LTFS mount point. After umount the mount
 // table forgets the volume at once, but the ltfs daemon goes on writing the
 // index to the cartridge and holds the drive until it exits.

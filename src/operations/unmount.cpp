@@ -27,6 +27,7 @@ namespace tapedesk {
 namespace {
 
 constexpr int kPollIntervalMs = 3000;
+constexpr int kUmountTimeoutMs = 10000;
 const QString kWaiting = QStringLiteral("Waiting for un-mount to complete, please wait...");
 
 QString holderLine(const LtfsHolder &holder, qint64 waitedMs)
@@ -64,15 +65,8 @@ void ViewController::unMountDrive()
     m_lastHolderReportMs = 0;
     showResults(true, QStringLiteral("Unmounting Tape: ") + mountPoint);
     changeButtonStatus(ui.btnMount, 2, true);
-    runResponsive([&mountPoint] {
-        try {
-            consoleLine(
-                QStringView(Bash().execute(QStringLiteral("umount"), {QStringLiteral("-v"), mountPoint})));
-        } catch (const BashError &) {
-            // No umount on this host: the poll below waits until the volume goes by other means.
-        }
-        return QString();
-    });
+    m_lastVolumeUsers.clear();
+    runUmount(mountPoint);
 
     if (timer)
         timer->deleteLater();
@@ -101,17 +95,38 @@ void ViewController::waitForUnMount()
         return;
     m_pollInFlight = true;
     const MountAnswer listed = tapeMountAnswer();
+    const QString point = m_unmountPoint.isEmpty() ? mountPointOfSelection() : m_unmountPoint;
     std::optional<QList<LtfsHolder>> holders;
+    QStringList busyLines;
     if (listed == MountAnswer::No) {
-        const QString point = m_unmountPoint.isEmpty() ? mountPointOfSelection() : m_unmountPoint;
         runResponsive([&] {
             holders = ltfsHoldersOf(point, LTFS_PATH.get().value_or(QString()));
             return QString();
         });
+    } else if (listed == MountAnswer::Yes && !point.isEmpty()) {
+        // umount once, as the poll alone would do, never unmounts a volume
+        // that was busy when it ran: each poll asks again, so the unmount
+        // completes by itself once whatever held the volume lets go (a
+        // departure from a single umount).
+        if (runUmount(point)) {
+            VolumeUsers users;
+            runResponsive([&] {
+                users = volumeUsersOf(point);
+                return QString();
+            });
+            busyLines = volumeUsersLines(users);
+        }
     }
     m_pollInFlight = false;
     if (listed != MountAnswer::No || !holders || !holders->isEmpty()) {
         showResults(true, kWaiting);
+        // The pane is cleared at every poll, so the holders come with each
+        // waiting line; the console gets them when they change.
+        for (const QString &line : busyLines)
+            showResults(false, line);
+        if (!busyLines.isEmpty() && busyLines != m_lastVolumeUsers)
+            consoleLine(QStringView(busyLines.join(QLatin1Char('\n'))));
+        m_lastVolumeUsers = busyLines;
         if (listed == MountAnswer::Unknown)
             showResults(false, mountTableUnreadableLine(QStringLiteral("the unmount waits until it can.")));
         else if (listed == MountAnswer::No && !holders)
@@ -139,6 +154,27 @@ void ViewController::waitForUnMount()
     m_unmountPoint.clear();
     endProgress();
     showResults(false, QStringLiteral("End unMountDrive"));
+}
+
+bool ViewController::runUmount(const QString &mountPoint)
+{
+    bool busy = false;
+    runResponsive([&] {
+        try {
+            // umount of a FUSE volume whose daemon is stuck can hang; every
+            // poll asks again, so none may hold the wait for ever.
+            const ProcessResult r = Bash().executeCollectingErrors(
+                QStringLiteral("umount"), {QStringLiteral("-v"), mountPoint}, kUmountTimeoutMs);
+            consoleLine(QByteArrayView(r.out));
+            consoleLine(QByteArrayView(r.err));
+            // util-linux: "umount: /tmp/ltfs/mnt/0: target is busy."
+            busy = r.err.contains("target is busy");
+        } catch (const BashError &) {
+            // No umount on this host: the poll waits until the volume goes by other means.
+        }
+        return QString();
+    });
+    return busy;
 }
 
 QString ViewController::mountPointOfSelection() const

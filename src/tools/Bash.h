@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/ProcessRunner.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -31,9 +33,15 @@ class Bash final : public CommandExecuting
 {
 public:
     QString execute(const QString &commandName, const QStringList &arguments) override;
+    // execute() with standard error collected too, for callers that must
+    // read the command's complaint ("umount: ...: target is busy."), and the
+    // command killed after `timeoutMs` (ProcessRunner). Throws BashError.
+    ProcessResult executeCollectingErrors(const QString &commandName, const QStringList &arguments,
+                                          int timeoutMs = -1);
 
 private:
-    QString run(const QString &command, const QStringList &arguments);
+    ProcessResult run(const QString &command, const QStringList &arguments, StreamMode mode,
+                      int timeoutMs = -1);
     QString resolve(const QString &command);
 };
 

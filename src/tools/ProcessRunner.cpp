@@ -1,6 +1,7 @@
 #include "tools/ProcessRunner.h"
 
 #include <QFile>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -202,7 +203,7 @@ std::string encode(const QString &s)
 } // namespace
 
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
-                         const ChunkObserver &observer)
+                         const ChunkObserver &observer, int timeoutMs)
 {
     ProcessResult result;
     if (program.isEmpty())
@@ -269,8 +270,24 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
     if (mode == StreamMode::Separate)
         fds[openCount++] = {errPipe.fd[0], POLLIN, 0};
 
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    bool killed = false;
     while (fds[0].fd >= 0 || (openCount > 1 && fds[1].fd >= 0)) {
-        int n = ::poll(fds, static_cast<nfds_t>(openCount), -1);
+        int wait = -1;
+        if (timeoutMs >= 0 && !killed) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            wait = static_cast<int>(std::max<long long>(left.count(), 0));
+        }
+        int n = ::poll(fds, static_cast<nfds_t>(openCount), wait);
+        if (n == 0) {
+            // Out of time: the pipes close once the group is gone.
+            ::kill(-pid, SIGKILL);
+            ::kill(pid, SIGKILL);
+            killed = true;
+            continue;
+        }
         if (n < 0) {
             if (errno == EINTR)
                 continue;

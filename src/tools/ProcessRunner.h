@@ -32,8 +32,10 @@ struct ProcessResult
 // Starts `program` directly (no shell, no PATH search), reads its pipes until
 // end of file and returns what it wrote. Does not judge the exit status; the
 // child is reaped in the background if it outlives its pipes.
+// With `timeoutMs` of 0 or more, a child still running after that long is
+// killed with its process group, and what it wrote so far is returned.
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
-                         const ChunkObserver &observer = {});
+                         const ChunkObserver &observer = {}, int timeoutMs = -1);
 
 // Every child started by runProcess that has not been reaped yet. Quitting the
 // application kills them (and their process groups), so a hung tool never

@@ -206,6 +206,9 @@ private:
     // mount point; `operation` is "Mount" or "Unmount".
     bool refuseUnsafeMountName(const DrivePtr &drive, const QString &operation);
     QString mountPointOfSelection() const;
+    // Runs "umount -v <mountPoint>" as found by the login shell; true when it
+    // answered that the target is busy.
+    bool runUmount(const QString &mountPoint);
     // The format's mounted check: Yes also while an ltfs daemon still holds
     // the drive after its volume left the mount table.
     MountAnswer formatMountAnswer(const DrivePtr &drive);
@@ -223,6 +226,7 @@ private:
     QString m_unmountPoint;
     QElapsedTimer m_unmountClock;
     qint64 m_lastHolderReportMs = 0;
+    QStringList m_lastVolumeUsers;
     // The drive Format was pressed on: the format goes on only while it is
     // still the selected drive.
     DrivePtr m_formatTarget;

@@ -86,7 +86,15 @@ private Q_SLOTS:
         QVERIFY(!mountTableShows(point));
         QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), 30000));
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(paneLines(vc),
+        // umount's "target is busy" (the failing code) is answered with who
+        // holds the volume: here nobody.
+        QStringList lines = paneLines(vc);
+        // umount's "target is busy" (the failing code) is answered with who
+        // holds the volume: here nobody this test could see.
+        if (mode == kFaultCode)
+            QVERIFY(
+                lines.takeAt(1).startsWith(QStringLiteral("The volume is busy, but no process holding it")));
+        QCOMPARE(lines,
                  (QStringList{QStringLiteral("Waiting for un-mount to complete, please wait..."),
                               QStringLiteral("Unmounting Tape Complete"),
                               QStringLiteral("Removing Mounted Record"),

@@ -10,10 +10,13 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPointer>
+#include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTimer>
 #include <csignal>
+#include <memory>
+#include <vector>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -149,6 +152,59 @@ private Q_SLOTS:
         QCOMPARE(storedMounts(), QStringList());
         QCOMPARE(runsOf(QStringLiteral("umount")).size(), 1);
         QVERIFY(waitForIdle(vc));
+    }
+
+    // umount answers "target is busy" while processes work inside the
+    // volume: each poll names them and asks umount again, so the unmount
+    // completes by itself once the last one has gone.
+    void busyVolumeNamesItsHoldersUntilFree_data()
+    {
+        QTest::addColumn<int>("holders");
+        QTest::newRow("one holder") << 1;
+        QTest::newRow("the set of holders changes") << 2;
+    }
+
+    void busyVolumeNamesItsHoldersUntilFree()
+    {
+        QFETCH(int, holders);
+        ViewController vc;
+        QVERIFY(mountTape0(vc));
+        std::vector<std::unique_ptr<QProcess>> shells;
+        for (int i = 0; i < holders; ++i) {
+            auto &p = shells.emplace_back(std::make_unique<QProcess>());
+            p->setWorkingDirectory(QStringLiteral("/tmp/ltfs/mnt/0"));
+            p->start(QStringLiteral("sleep"), {QStringLiteral("60")});
+            QVERIFY(p->waitForStarted());
+        }
+        // The simulated volume is not a real mount, so its umount is told to
+        // answer as the real one would.
+        qputenv("TAPESIM_FAIL", "tape0:umount=32");
+        QStringList lastWait;
+        QObject::connect(vc.ui.rightScrollView, &QPlainTextEdit::textChanged, &vc, [&] {
+            const QString pane = paneText(vc);
+            if (pane.startsWith(QStringLiteral("\n") + kWaiting))
+                lastWait = pane.mid(1).split(QLatin1Char('\n'));
+        });
+        vc.ui.btnMount->click();
+        while (!shells.empty()) {
+            QStringList named;
+            for (const auto &p : shells)
+                named << QStringLiteral("The volume is busy: sleep (pid %1) holds /tmp/ltfs/mnt/0")
+                             .arg(p->processId());
+            QVERIFY2(waitUntil([&] { return lastWait.mid(1) == named; }, 10000),
+                     qPrintable(lastWait.join('|')));
+            QCOMPARE(storedMounts(), QStringList{QStringLiteral("1013000101")});
+            if (shells.size() == 1)
+                qunsetenv("TAPESIM_FAIL");
+            shells.back()->kill();
+            shells.back()->waitForFinished();
+            shells.pop_back();
+        }
+        QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), kPollsDoneMs));
+        settle();
+        QVERIFY(paneText(vc).endsWith(kCompletion));
+        QCOMPARE(storedMounts(), QStringList());
+        QVERIFY(runsOf(QStringLiteral("umount")).size() >= 2);
     }
 
     void secondUnmountStopsTheFirstPoll()
