@@ -30,8 +30,10 @@ std::optional<QString> readMountTable()
 {
     // The same shell as every other command line, so `mount` is the one the
     // operator's PATH names. Its standard error is not part of the table.
-    const ProcessResult r =
-        runProcess(commandShell(), {QStringLiteral("-c"), QStringLiteral("mount")}, StreamMode::Separate);
+    // A time limit also makes the runner wait for the exit status, which
+    // decides here; a mount that has not answered in 10 s is no answer.
+    const ProcessResult r = runProcess(commandShell(), {QStringLiteral("-c"), QStringLiteral("mount")},
+                                       StreamMode::Separate, {}, 10000);
     if (!r.started || r.exitStatus != 0)
         return std::nullopt;
     const QString table = QString::fromUtf8(r.out);

@@ -121,10 +121,10 @@ ChildRegistry &registry()
     return *r;
 }
 
-// Waits briefly for a child whose pipes have closed; most have exited by now
-// or will within microseconds. Anything slower goes to the reaper thread, and
-// its exit status stays unknown (-1).
-int reap(pid_t pid)
+// Waits up to `waitMs` for a child whose pipes have closed; most have exited
+// by now or will within microseconds. Anything slower goes to the reaper
+// thread, and its exit status stays unknown (-1).
+int reap(pid_t pid, int waitMs)
 {
     int exitStatus = -1;
     if (registry().tryReap(pid, exitStatus))
@@ -134,7 +134,7 @@ int reap(pid_t pid)
         pollfd p{pidfd, POLLIN, 0};
         int r;
         do {
-            r = ::poll(&p, 1, 50);
+            r = ::poll(&p, 1, waitMs);
         } while (r < 0 && errno == EINTR);
         ::close(pidfd);
         if (registry().tryReap(pid, exitStatus))
@@ -313,7 +313,16 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
         }
     }
 
-    result.exitStatus = reap(pid);
+    // A caller with a time limit wants the verdict too: a child that closed
+    // its pipes is given the rest of that time to exit, since a loaded host
+    // can take longer than the usual moment between the two.
+    int reapWaitMs = 50;
+    if (timeoutMs >= 0 && !killed)
+        reapWaitMs = static_cast<int>(std::max<long long>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())
+                .count(),
+            50));
+    result.exitStatus = reap(pid, reapWaitMs);
     result.out = out.take();
     result.err = err.take();
     return result;

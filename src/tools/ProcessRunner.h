@@ -25,7 +25,8 @@ struct ProcessResult
     QByteArray out;       // stdout, or the merged streams
     QByteArray err;       // stderr in Separate mode
     // The child's exit status when it exited by itself within a moment of
-    // closing its pipes; -1 when it was killed by a signal or still runs.
+    // closing its pipes (within the time limit, where one is given); -1 when
+    // it was killed by a signal or still runs.
     int exitStatus = -1;
 };
 
@@ -33,7 +34,9 @@ struct ProcessResult
 // end of file and returns what it wrote. Does not judge the exit status; the
 // child is reaped in the background if it outlives its pipes.
 // With `timeoutMs` of 0 or more, a child still running after that long is
-// killed with its process group, and what it wrote so far is returned.
+// killed with its process group, and what it wrote so far is returned; within
+// that time the exit status is waited for, so it is known whenever the child
+// ended by itself.
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
                          const ChunkObserver &observer = {}, int timeoutMs = -1);
 
