@@ -1,5 +1,6 @@
-// Tape unmount: umount once, then poll every 3 seconds until the volume is
-// released; only then is the unmount complete and the mounted record removed.
+// Tape unmount: umount, then poll every 3 seconds (asking umount again while
+// the volume is still listed) until the volume is released; only then is the
+// unmount complete and the mounted record removed.
 // A waiting format starts at that moment (formatTapeEnabled). Everything here
 // is the GUI thread's turn; the tool runs go through runResponsive so the
 // window keeps painting while input is held back.
