@@ -2,7 +2,7 @@
 //   {"access_token":"eyJhbGciOi...","expires_in":86400,"token_type":"Bearer"}
 
 #include "FuzzInput.h"
-#include "support/AuthenticateViewController.h"
+#include "ui/AuthenticateViewController.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -133,7 +133,7 @@ struct Scenario
 bool mountSelected(ViewController &vc)
 {
     vc.ui.rightScrollView->clear();
-    vc.mountDrive();
+    vc.engine.mountDrive();
     return runUntil([&] { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); },
                     kScenarioLimitMs);
 }
@@ -143,7 +143,7 @@ bool selectFirstDrive(ViewController &vc)
     if (!runUntil([&] { return vc.ui.tableView->model()->rowCount() > 0 && idle(vc); }, kScenarioLimitMs))
         return false;
     vc.ui.tableView->selectRow(0);
-    return runUntil([&] { return vc.selectedDrive.get() != nullptr; }, 2000);
+    return runUntil([&] { return vc.engine.selectedDrive.get() != nullptr; }, 2000);
 }
 
 // Answers the format's questions at once, as an operator who names the
@@ -188,20 +188,20 @@ QList<Scenario> scenarios()
             QStringLiteral("mount of tape0 (load, barcode read, ltfs) from the background"),
             [](ViewController &vc) {
                 qunsetenv("TAPESIM_UNMOUNT_DELAY");
-                return selectFirstDrive(vc) && !vc.selectedDrive.get()->mounted();
+                return selectFirstDrive(vc) && !vc.engine.selectedDrive.get()->mounted();
             },
             [](ViewController &vc) {
                 vc.ui.rightScrollView->clear();
-                vc.mountDrive();
+                vc.engine.mountDrive();
             },
             [](ViewController &vc) { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); }},
         Scenario{
             QStringLiteral("unmount_max_gui_gap"),
             QStringLiteral("slow unmount of tape0 (umount, then 3 s polls of the mount table)"),
             [](ViewController &vc) {
-                if (!vc.selectedDrive.get() && !selectFirstDrive(vc))
+                if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
                     return false;
-                if (!vc.selectedDrive.get()->mounted() && !mountSelected(vc))
+                if (!vc.engine.selectedDrive.get()->mounted() && !mountSelected(vc))
                     return false;
                 // The volume stays listed 4 s after umount, so the first poll waits.
                 qputenv("TAPESIM_UNMOUNT_DELAY", "4");
@@ -209,7 +209,7 @@ QList<Scenario> scenarios()
             },
             [](ViewController &vc) {
                 vc.ui.rightScrollView->clear();
-                vc.unMountDrive();
+                vc.engine.unMountDrive();
             },
             [](ViewController &vc) { return paneShows(vc, QStringLiteral("End unMountDrive")) && idle(vc); }},
         Scenario{QStringLiteral("reformat_max_gui_gap"),
@@ -217,9 +217,9 @@ QList<Scenario> scenarios()
                      "format of tape0's formatted cartridge: mkltfs refuses, the forced mkltfs runs on the "
                      "GUI thread's turn at TAPESIM_SPEED=0.5, then the eject"),
                  [](ViewController &vc) {
-                     if (!vc.selectedDrive.get() && !selectFirstDrive(vc))
+                     if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
                          return false;
-                     if (vc.isTapeMounted())
+                     if (vc.engine.isTapeMounted())
                          return false;
                      formatEjectAnswered = false;
                      setDialogProvider(std::make_unique<FormatAnswers>(&formatEjectAnswered));

@@ -150,9 +150,9 @@ int main(int argc, char **argv)
     QElapsedTimer t;
     t.start();
     driveList.clear();
-    vc.support.parseDriveTextToDrive(report);
+    vc.engine.support.parseDriveTextToDrive(report);
     const qint64 parsedNs = t.nsecsElapsed();
-    vc.refreshDriveTable();
+    vc.engine.refreshDriveTable();
     const bool painted = waitFor([&] { return watch.painted; }, 10000);
     const double elapsedMs = static_cast<double>(t.nsecsElapsed()) / 1e6;
     const double after = residentMB();

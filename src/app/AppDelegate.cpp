@@ -6,7 +6,7 @@
 #include "app/Eula_ViewController.h"
 #include "app/Help_ViewController.h"
 #include "app/WindowController.h"
-#include "support/AuthenticateViewController.h"
+#include "ui/AuthenticateViewController.h"
 #include "ui/ViewController.h"
 
 #include <QAction>

@@ -1,25 +1,16 @@
-// Operation feedback: the output pane, exit codes, error texts, button status
-// images, progress, and the OK/Cancel confirmation. Every visible change is
+// Operation feedback: the output pane, exit codes, error texts, action
+// statuses, progress, and the OK/Cancel confirmation. Every visible change is
 // posted to the GUI thread, so the workflows may call these from anywhere.
 
 #include "operations/ExitCode.h"
 #include "operations/Localization.h"
 #include "operations/PaneText.h"
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
 #include "tools/HandOff.h"
-#include "ui/StatusImages.h"
-#include "ui/ViewController.h"
 
-#include <QAbstractButton>
-#include <QCoreApplication>
-#include <QPlainTextEdit>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QScrollBar>
-#include <QTableView>
-#include <QTextCursor>
 #include <atomic>
 #include <memory>
 
@@ -28,39 +19,25 @@ namespace tapedesk {
 Synchronized<QString> lastStatusFeedBack;
 
 namespace {
-QPointer<QPlainTextEdit> &paneSlot()
-{
-    static QPointer<QPlainTextEdit> pane;
-    return pane;
-}
 
-// Messages on their way to the pane. Inserting and scrolling once per message
-// lays out each new line and the view around it: 100,000 messages kept the
-// GUI thread busy for about 20 s. The messages of a burst are collected on
-// the GUI thread instead and go in with one insertion and one scroll, as soon
-// as no further message is queued behind them; a lone message goes in at once.
-std::atomic<int> &queuedMessages()
-{
-    static std::atomic<int> count{0};
-    return count;
-}
-
-QString &collectedMessages() // GUI thread only
-{
-    static QString text;
-    return text;
-}
-
-// One message on its way to the pane. It leaves the count when it arrives, or
-// when it is dropped because its window closed before it was delivered.
+// One message on its way to the pane. Handing each message to the face on its
+// own lays out each new line and the view around it: 100,000 messages kept
+// the GUI thread busy for about 20 s. The messages of a burst are collected on
+// the GUI thread instead and go to the face in one call, as soon as no
+// further message is queued behind them; a lone message goes at once. It
+// leaves the count when it arrives, or when it is dropped because its engine
+// went before it was delivered.
 class QueuedMessage
 {
 public:
-    QueuedMessage() { queuedMessages().fetch_add(1); }
+    explicit QueuedMessage(std::shared_ptr<std::atomic<int>> count) : m_count(std::move(count))
+    {
+        m_count->fetch_add(1);
+    }
     ~QueuedMessage()
     {
         if (!m_arrived)
-            queuedMessages().fetch_sub(1);
+            m_count->fetch_sub(1);
     }
     QueuedMessage(const QueuedMessage &) = delete;
     QueuedMessage &operator=(const QueuedMessage &) = delete;
@@ -69,76 +46,52 @@ public:
     bool arrive()
     {
         m_arrived = true;
-        return queuedMessages().fetch_sub(1) == 1;
+        return m_count->fetch_sub(1) == 1;
     }
 
 private:
+    std::shared_ptr<std::atomic<int>> m_count;
     std::atomic<bool> m_arrived{false};
 };
 
 } // namespace
 
-QPlainTextEdit *outputView()
+void TapeEngine::flushPendingOutput()
 {
-    QPointer<QPlainTextEdit> &pane = paneSlot();
-    if (!pane)
-        pane = new QPlainTextEdit; // shown nowhere until the window hands over its own
-    return pane;
-}
-
-void setOutputView(QPlainTextEdit *pane)
-{
-    QPointer<QPlainTextEdit> &slot = paneSlot();
-    if (slot != pane)
-        collectedMessages().clear(); // they were meant for the pane that goes
-    if (slot && slot != pane && !slot->parent())
-        delete slot.data();
-    slot = pane;
-}
-
-void flushPendingOutput()
-{
-    QString &text = collectedMessages();
-    if (text.isEmpty())
+    if (m_collectedMessages.isEmpty())
         return;
-    QPlainTextEdit *pane = outputView();
-    QTextCursor cursor(pane->document());
-    cursor.movePosition(QTextCursor::End);
-    QTextCharFormat white;
-    white.setForeground(Qt::white);
-    cursor.insertText(withLongLinesCut(text), white);
-    text.clear();
-    pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
+    const QString text = withLongLinesCut(m_collectedMessages);
+    m_collectedMessages.clear();
+    m_face.appendToPane(text);
 }
 
-void ViewController::showResults(bool clear, const QString &result)
+void TapeEngine::showResults(bool clear, const QString &result)
 {
-    auto message = std::make_shared<QueuedMessage>();
-    postTo(this, [message = std::move(message), clear, result] {
-        QString &text = collectedMessages();
+    auto message = std::make_shared<QueuedMessage>(m_queuedMessages);
+    postTo(this, [this, message = std::move(message), clear, result] {
         if (clear) {
-            text.clear();
-            outputView()->clear();
+            m_collectedMessages.clear();
+            m_face.clearPane();
         }
-        text += QLatin1Char('\n');
-        text += result;
+        m_collectedMessages += QLatin1Char('\n');
+        m_collectedMessages += result;
         if (message->arrive())
             flushPendingOutput();
     });
 }
 
-void ViewController::setExitCode(const QString &results)
+void TapeEngine::setExitCode(const QString &results)
 {
     if (std::optional<QString> code = exitCodeFromOutput(results))
         lastExitCode.set(*code);
 }
 
-QString ViewController::localizedString(const QString &key) const
+QString TapeEngine::localizedString(const QString &key) const
 {
     return tapedesk::localizedString(key);
 }
 
-void ViewController::displayError()
+void TapeEngine::displayError()
 {
     const QString code = lastExitCode.get();
     if (code == ERROR_CODE_OK)
@@ -151,52 +104,45 @@ void ViewController::displayError()
     consoleLine(QStringView(title));
 }
 
-void ViewController::changeButtonStatus(QAbstractButton *button, int status, bool showError)
+void TapeEngine::changeButtonStatus(Action action, int status, bool showError)
 {
     if (status == 1 && showError)
         displayError();
-    QPointer<QAbstractButton> target(button);
-    postToMain([target, status] {
-        if (!target)
-            return;
-        target->setIcon(StatusImages::icon(status));
-        // Tests and accessibility read the status without decoding pixels.
-        target->setProperty("statusImage", StatusImages::imageName(status));
-    });
+    postToMain([this, action, status] { m_face.setStatus(action, status); });
 }
 
-void ViewController::startProgress()
+void TapeEngine::startProgress()
 {
-    postToMain([this] {
-        enableButtons(false);
-        ui.progressIndicator->show();
-    });
+    postToMain([this] { setBusy(true); });
 }
 
-void ViewController::endProgress()
+void TapeEngine::endProgress()
 {
-    postToMain([this] {
-        enableButtons(true);
-        ui.progressIndicator->hide();
-    });
+    postToMain([this] { setBusy(false); });
 }
 
-void ViewController::enableButtons(bool enabled)
+void TapeEngine::holdActions()
 {
-    for (QWidget *w :
-         std::initializer_list<QWidget *>{ui.btnScan, ui.btnMount, ui.btnRetriveLog, ui.btnTest,
-                                          ui.btnHostValidation, ui.btnUpgrade, ui.btnFormat, ui.tableView})
-        w->setEnabled(enabled);
+    setBusy(true);
 }
 
-void ViewController::showCloseAlert(const QString &title, const QString &message,
-                                    const std::function<void(bool)> &completion)
+void TapeEngine::setBusy(bool busy)
+{
+    m_busy = busy;
+    if (busy)
+        m_face.progressStarted();
+    else
+        m_face.progressEnded();
+}
+
+void TapeEngine::showCloseAlert(const QString &title, const QString &message,
+                                const std::function<void(bool)> &completion)
 {
     if (dialogs().confirm(title, message) && completion)
         completion(true);
 }
 
-void ViewController::recordResult(const QString &output)
+void TapeEngine::recordResult(const QString &output)
 {
     if (output.isEmpty()) {
         lastStatusFeedBack.set(QString());
@@ -206,14 +152,14 @@ void ViewController::recordResult(const QString &output)
     lastStatusFeedBack.set(output);
 }
 
-QString ViewController::runTool(const QString &launchPath, const QStringList &arguments)
+QString TapeEngine::runTool(const QString &launchPath, const QStringList &arguments)
 {
     QString output = shell(launchPath, arguments);
     recordResult(output);
     return output;
 }
 
-bool ViewController::lastRunSucceeded() const
+bool TapeEngine::lastRunSucceeded() const
 {
     return lastExitCode.get() == ERROR_CODE_OK;
 }

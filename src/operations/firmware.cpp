@@ -3,18 +3,15 @@
 // drive's volume is mounted.
 
 #include "drives/Drive.h"
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
-
-#include <QPushButton>
 
 namespace tapedesk {
 
-void ViewController::btnUpgrade(QAbstractButton *sender)
+void TapeEngine::upgradeAction()
 {
-    QAbstractButton *button = sender ? sender : ui.btnUpgrade;
     if (!support.isPreferencesSet()) {
         showResults(false, MSG_NO_PREFERENCES);
         return;
@@ -26,8 +23,8 @@ void ViewController::btnUpgrade(QAbstractButton *sender)
     if (refuseMountedTape(QStringLiteral("Update Firmware"),
                           QStringLiteral(" Please unmount tape before updating")))
         return;
-    changeButtonStatus(button, 2, true);
-    showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, [this, button](bool) {
+    changeButtonStatus(Action::Upgrade, 2, true);
+    showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, [this](bool) {
         firmwareFileAndPath.set(support.pickFile({QStringLiteral("fmrz"), QStringLiteral("fm")}));
         if (firmwareFileAndPath.get().isEmpty()) {
             showResults(true, QStringLiteral("no firmware to update"));
@@ -35,12 +32,12 @@ void ViewController::btnUpgrade(QAbstractButton *sender)
         }
         // Set before the background part starts, so its own statuses always
         // come after this one.
-        changeButtonStatus(button, 0, true);
+        changeButtonStatus(Action::Upgrade, 0, true);
         updateFirmware();
     });
 }
 
-void ViewController::updateFirmware()
+void TapeEngine::updateFirmware()
 {
     const DrivePtr drive = selectedDrive.get();
     if (!drive) {
@@ -50,7 +47,7 @@ void ViewController::updateFirmware()
     const QString id = drive->id();
     const QString file = firmwareFileAndPath.get();
     runInBackground([this, id, file] {
-        changeButtonStatus(ui.btnUpgrade, 2, true);
+        changeButtonStatus(Action::Upgrade, 2, true);
         startProgress();
         showResults(true, QStringLiteral("Starting Update - This May Take Several Minutes"));
         const QString output = OUTPUT_FOLDER.get().value_or(QString());
@@ -60,12 +57,12 @@ void ViewController::updateFirmware()
         // Only the exit code decides: itdt reports on standard output.
         if (!lastRunSucceeded()) {
             showResults(true, QStringLiteral("Firmware Update Failed - Contact Corvel Support"));
-            changeButtonStatus(ui.btnUpgrade, 1, true);
+            changeButtonStatus(Action::Upgrade, 1, true);
             endProgress();
             return;
         }
         showResults(true, QStringLiteral("Firmware Update Complete"));
-        changeButtonStatus(ui.btnUpgrade, 0, true);
+        changeButtonStatus(Action::Upgrade, 0, true);
         endProgress();
     });
 }

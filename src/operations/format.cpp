@@ -7,16 +7,13 @@
 #include "drives/Drive.h"
 #include "operations/MountCheck.h"
 #include "operations/MountParsing.h"
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "operations/VolumeName.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
-#include <QLineEdit>
-#include <QProgressBar>
-#include <QPushButton>
 #include <QTimer>
 
 namespace tapedesk {
@@ -96,24 +93,23 @@ QString targetProblem(const DrivePtr &target, const DrivePtr &selected)
 // The drive the operator now sees selected, when it is still the one the
 // format acts on (the unmount may have swapped in the listed object of the
 // same drive); nullptr after showing why not.
-DrivePtr stillTarget(ViewController &vc, const DrivePtr &target)
+DrivePtr stillTarget(TapeEngine &vc, const DrivePtr &target)
 {
     DrivePtr selected = vc.selectedDrive.get();
     const QString problem = targetProblem(target, selected);
     if (problem.isEmpty())
         return selected;
     vc.showResults(false, problem);
-    vc.changeButtonStatus(vc.ui.btnFormat, 1, false);
+    vc.changeButtonStatus(Action::Format, 1, false);
     return nullptr;
 }
 
 // Runs a tool on the GUI thread's turn with the window painting, the
 // progress indicator showing and every action disabled, as while a
 // background part runs.
-void runBusy(ViewController &vc, const std::function<void()> &work)
+void runBusy(TapeEngine &vc, const std::function<void()> &work)
 {
-    vc.enableButtons(false);
-    vc.ui.progressIndicator->show();
+    vc.holdActions();
     vc.runResponsive([&] {
         work();
         return QString();
@@ -121,7 +117,7 @@ void runBusy(ViewController &vc, const std::function<void()> &work)
 }
 
 // Mount the new volume or eject the tape.
-void askMountOrEject(ViewController &vc, const DrivePtr &target)
+void askMountOrEject(TapeEngine &vc, const DrivePtr &target)
 {
     const int answer = vc.support.userOptionPrompt(kFormatComplete, QStringLiteral("Mount or Eject tape"),
                                                    QStringLiteral("Eject"), QStringLiteral("Mount"));
@@ -135,23 +131,23 @@ void askMountOrEject(ViewController &vc, const DrivePtr &target)
     }
 }
 
-void finishForcedRun(ViewController &vc, const FormatJob &job)
+void finishForcedRun(TapeEngine &vc, const FormatJob &job)
 {
     if (formattingFailed(vc.lastErrorOutput.get()) || !vc.lastRunSucceeded()) {
         vc.showResults(true, kFormatFailed);
-        vc.changeButtonStatus(vc.ui.btnMount, 1, true);
+        vc.changeButtonStatus(Action::Mount, 1, true);
         vc.endProgress();
         return;
     }
     vc.showResults(true, kFormatComplete);
-    vc.changeButtonStatus(vc.ui.btnMount, 0, true);
+    vc.changeButtonStatus(Action::Mount, 0, true);
     vc.endProgress();
     // Queued behind endProgress so the question finds the window idle.
     const DrivePtr drive = job.drive;
     vc.postToMain([&vc, drive] { askMountOrEject(vc, drive); });
 }
 
-void askReformat(ViewController &vc, const FormatJob &job)
+void askReformat(TapeEngine &vc, const FormatJob &job)
 {
     vc.showCloseAlert(
         QStringLiteral("Tape already Formatted: Reformat tape - this will destroy all existing data on tape"),
@@ -164,11 +160,11 @@ void askReformat(ViewController &vc, const FormatJob &job)
         });
 }
 
-void formatInBackground(ViewController &vc, const FormatJob &job)
+void formatInBackground(TapeEngine &vc, const FormatJob &job)
 {
     vc.startProgress();
     vc.showResults(true, QStringLiteral("Formatting Tape - This May Take Several Minutes"));
-    vc.changeButtonStatus(vc.ui.btnFormat, 2, true);
+    vc.changeButtonStatus(Action::Format, 2, true);
     vc.showResults(false, QStringLiteral("--device= ") + job.device);
     vc.showResults(false, QStringLiteral("--tape-serial= ") + job.barCode);
     vc.showResults(false, QStringLiteral("--volume-name= ") + job.volume);
@@ -179,7 +175,7 @@ void formatInBackground(ViewController &vc, const FormatJob &job)
     const QString stderrText = vc.lastErrorOutput.get();
     if (stderrHas(stderrText, QStringLiteral("Medium is already formatted"))) {
         vc.showResults(true, QStringLiteral("Tape is already formated"));
-        vc.changeButtonStatus(vc.ui.btnMount, 1, true);
+        vc.changeButtonStatus(Action::Mount, 1, true);
         vc.endProgress();
         // Queued last so the progress has stopped before the operator can
         // answer and start the forced run.
@@ -188,11 +184,11 @@ void formatInBackground(ViewController &vc, const FormatJob &job)
     }
     if (formattingFailed(stderrText) || !vc.lastRunSucceeded()) {
         vc.showResults(true, kFormatFailed);
-        vc.changeButtonStatus(vc.ui.btnMount, 1, true);
+        vc.changeButtonStatus(Action::Mount, 1, true);
         vc.endProgress();
         return;
     }
-    vc.changeButtonStatus(vc.ui.btnMount, 0, true);
+    vc.changeButtonStatus(Action::Mount, 0, true);
     vc.endProgress();
     const DrivePtr drive = job.drive;
     vc.postToMain([&vc, drive] { askMountOrEject(vc, drive); });
@@ -202,9 +198,9 @@ void formatInBackground(ViewController &vc, const FormatJob &job)
 // an unmount the naming runs inside its last poll, whose endProgress() comes
 // after this; a format started at once would have its actions re-enabled
 // under it.
-void startWhenIdle(ViewController &vc, const FormatJob &job)
+void startWhenIdle(TapeEngine &vc, const FormatJob &job)
 {
-    if (!vc.ui.btnFormat->isEnabled()) {
+    if (vc.isBusy()) {
         QTimer::singleShot(kStartRetryMs, &vc, [&vc, job] { startWhenIdle(vc, job); });
         return;
     }
@@ -213,14 +209,13 @@ void startWhenIdle(ViewController &vc, const FormatJob &job)
         return;
     // Held from now on, so no click lands between here and the background
     // part's own startProgress().
-    vc.enableButtons(false);
-    vc.ui.progressIndicator->show();
-    ViewController::runInBackground([&vc, job] { formatInBackground(vc, job); });
+    vc.holdActions();
+    TapeEngine::runInBackground([&vc, job] { formatInBackground(vc, job); });
 }
 
 } // namespace
 
-void ViewController::btnFormat(QAbstractButton *sender)
+void TapeEngine::formatAction()
 {
     if (!support.isPreferencesSet()) {
         showResults(true, MSG_NO_PREFERENCES);
@@ -228,7 +223,7 @@ void ViewController::btnFormat(QAbstractButton *sender)
     }
     const DrivePtr drive = selectedDrive.get();
     if (!drive) {
-        changeButtonStatus(sender ? sender : ui.btnFormat, 1, true);
+        changeButtonStatus(Action::Format, 1, true);
         showResults(true, QStringLiteral("Error: No drive selected"));
         return;
     }
@@ -248,7 +243,7 @@ void ViewController::btnFormat(QAbstractButton *sender)
         // volume. So nothing runs.
         m_formatTarget.reset();
         showResults(false, mountTableUnreadableLine(QStringLiteral("the format was not started.")));
-        changeButtonStatus(sender ? sender : ui.btnFormat, 1, false);
+        changeButtonStatus(Action::Format, 1, false);
         return;
     case MountAnswer::Yes:
         break;
@@ -259,7 +254,7 @@ void ViewController::btnFormat(QAbstractButton *sender)
     });
 }
 
-MountAnswer ViewController::formatMountAnswer(const DrivePtr &drive)
+MountAnswer TapeEngine::formatMountAnswer(const DrivePtr &drive)
 {
     const MountAnswer listed = tapeMountAnswer();
     if (listed != MountAnswer::No)
@@ -277,7 +272,7 @@ MountAnswer ViewController::formatMountAnswer(const DrivePtr &drive)
     return holders->isEmpty() ? MountAnswer::No : MountAnswer::Yes;
 }
 
-void ViewController::executeFormatTape()
+void TapeEngine::executeFormatTape()
 {
     formatTapeEnabled = false;
     // Reached from the unmount without Format having been pressed: the
@@ -313,7 +308,7 @@ void ViewController::executeFormatTape()
     formatDrive();
 }
 
-void ViewController::formatDrive()
+void TapeEngine::formatDrive()
 {
     const DrivePtr target = m_formatTarget ? m_formatTarget : selectedDrive.get();
     m_formatTarget.reset();
@@ -324,18 +319,6 @@ void ViewController::formatDrive()
     consoleLine(QStringView(record.name));
     consoleLine(QStringView(record.barCode));
     startWhenIdle(*this, FormatJob{drive, ltfsDevice(record), record.barCode, volume_name.get()});
-}
-
-void ViewController::controlTextDidChange(QLineEdit *field)
-{
-    if (!field)
-        return;
-    // One character per change: a longer text pasted at once loses only its
-    // last character. A field wired to this uses textEdited, which this
-    // setText does not raise again.
-    const QString text = field->text();
-    if (graphemeCount(text) >= 4)
-        field->setText(withoutLastGrapheme(text));
 }
 
 } // namespace tapedesk

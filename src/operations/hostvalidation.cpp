@@ -3,10 +3,10 @@
 // the verdict the operator reads. See also standardtest.cpp (the same shape,
 // and runDiagnostic) and retrievelog.cpp, which the failure line points to.
 
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
-#include "ui/ViewController.h"
 
 namespace tapedesk {
 
@@ -18,7 +18,7 @@ QString hostValidationFailureLine()
 }
 } // namespace
 
-void ViewController::btnHostValidation(QAbstractButton *)
+void TapeEngine::hostValidationAction()
 {
     if (!diagnosticMayStart(QStringLiteral("Host Validation"),
                             QStringLiteral("Please unmount tape before running test")))
@@ -26,7 +26,7 @@ void ViewController::btnHostValidation(QAbstractButton *)
     showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE, [this](bool) { hostValidation(); });
 }
 
-void ViewController::hostValidation()
+void TapeEngine::hostValidation()
 {
     runInBackground([this] {
         startProgress();
@@ -42,7 +42,7 @@ void ViewController::hostValidation()
         const auto failureEnd = [this](const QString &phaseLine) {
             showResults(false, phaseLine);
             showResults(false, hostValidationFailureLine());
-            changeButtonStatus(ui.btnHostValidation, 1, true);
+            changeButtonStatus(Action::HostValidation, 1, true);
             endProgress();
         };
 
@@ -59,7 +59,7 @@ void ViewController::hostValidation()
             return failureEnd(QStringLiteral("     Test Failed\n"));
         showResults(false, QStringLiteral("Host Validation Complete"));
         showResults(false, lastStatusFeedBack.get());
-        changeButtonStatus(ui.btnHostValidation, 0, true);
+        changeButtonStatus(Action::HostValidation, 0, true);
         endProgress();
     });
 }

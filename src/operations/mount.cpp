@@ -5,13 +5,12 @@
 #include "drives/Drive.h"
 #include "operations/MountCheck.h"
 #include "operations/MountParsing.h"
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
 #include <QDir>
-#include <QLabel>
 #include <QThread>
 
 namespace tapedesk {
@@ -27,7 +26,7 @@ const QString kMountFailedLine =
 constexpr int kListingWaitMs = 5000;
 } // namespace
 
-void ViewController::btnMount(QAbstractButton *)
+void TapeEngine::mountAction()
 {
     if (!support.isPreferencesSet()) {
         showResults(true, MSG_NO_PREFERENCES);
@@ -35,14 +34,14 @@ void ViewController::btnMount(QAbstractButton *)
     }
     const DrivePtr drive = selectedDrive.get();
     if (!drive) {
-        changeButtonStatus(ui.btnMount, 1, true);
+        changeButtonStatus(Action::Mount, 1, true);
         showResults(true, kNoDriveSelected);
         return;
     }
     // Refused before the question: no answer could make this name a mount point.
     if (refuseUnsafeMountName(drive, drive->mounted() ? QStringLiteral("Unmount") : QStringLiteral("Mount")))
         return;
-    changeButtonStatus(ui.btnMount, 2, true);
+    changeButtonStatus(Action::Mount, 2, true);
     if (!drive->mounted()) {
         if (support.userOptionPrompt(QStringLiteral("Mount Tape"), kMountQuestion, QStringLiteral("Ok"),
                                      QStringLiteral("Cancel")) <= 0) {
@@ -53,16 +52,16 @@ void ViewController::btnMount(QAbstractButton *)
         unMountDrive();
     }
     // The mount is still running here; its background part sets the status again.
-    changeButtonStatus(ui.btnMount, 0, true);
+    changeButtonStatus(Action::Mount, 0, true);
 }
 
-void ViewController::mountDrive()
+void TapeEngine::mountDrive()
 {
     // The format workflow calls this directly, so the checks of the button
     // are repeated for it.
     const DrivePtr drive = selectedDrive.get();
     if (!drive) {
-        changeButtonStatus(ui.btnMount, 1, true);
+        changeButtonStatus(Action::Mount, 1, true);
         showResults(true, kNoDriveSelected);
         return;
     }
@@ -71,14 +70,14 @@ void ViewController::mountDrive()
     runInBackground([this, drive] { mountInBackground(drive); });
 }
 
-void ViewController::mountInBackground(const DrivePtr &drive)
+void TapeEngine::mountInBackground(const DrivePtr &drive)
 {
     auto failWith = [&](const QStringList &lines, bool showError) {
         for (const QString &line : lines)
             showResults(false, line);
         drive->setMounted(false);
         postToMain([this] { setMountLabel(QStringLiteral("MOUNT")); });
-        changeButtonStatus(ui.btnMount, 1, showError);
+        changeButtonStatus(Action::Mount, 1, showError);
         endProgress();
     };
 
@@ -96,7 +95,7 @@ void ViewController::mountInBackground(const DrivePtr &drive)
         return;
     }
     runLoadVerb(drive, QStringLiteral("load"));
-    changeButtonStatus(ui.btnMount, 2, true);
+    changeButtonStatus(Action::Mount, 2, true);
     showResults(false, QStringLiteral("      Loading Media"));
     showResults(false, QStringLiteral("      Getting Tape Address"));
     const QString address = getSelectedDriveAddress(drive);
@@ -166,25 +165,25 @@ void ViewController::mountInBackground(const DrivePtr &drive)
             break;
         }
     }
-    changeButtonStatus(ui.btnMount, 0, true);
+    changeButtonStatus(Action::Mount, 0, true);
 }
 
-bool ViewController::refuseUnsafeMountName(const DrivePtr &drive, const QString &operation)
+bool TapeEngine::refuseUnsafeMountName(const DrivePtr &drive, const QString &operation)
 {
     const QString name = drive->name();
     if (isSafeMountName(name))
         return false;
     showResults(true, unsafeMountNameMessage(operation, name));
-    changeButtonStatus(ui.btnMount, 1, false);
+    changeButtonStatus(Action::Mount, 1, false);
     return true;
 }
 
-bool ViewController::isTapeMounted()
+bool TapeEngine::isTapeMounted()
 {
     return tapeMountAnswer() == MountAnswer::Yes;
 }
 
-MountAnswer ViewController::tapeMountAnswer()
+MountAnswer TapeEngine::tapeMountAnswer()
 {
     // Every caller is on the GUI thread, where the window must keep painting.
     std::optional<QString> table;
@@ -206,13 +205,13 @@ MountAnswer ViewController::tapeMountAnswer()
     return mountAnswerFor(table, name);
 }
 
-QString ViewController::getSelectedDriveAddress()
+QString TapeEngine::getSelectedDriveAddress()
 {
     const DrivePtr drive = selectedDrive.get();
     return drive ? getSelectedDriveAddress(drive) : QString();
 }
 
-QString ViewController::getSelectedDriveAddress(const DrivePtr &drive)
+QString TapeEngine::getSelectedDriveAddress(const DrivePtr &drive)
 {
     const QString id = drive->id();
     showResults(false, QStringLiteral("Starting getSelectedDriveAddress for: ") + id);
@@ -226,19 +225,19 @@ QString ViewController::getSelectedDriveAddress(const DrivePtr &drive)
     return {};
 }
 
-void ViewController::loadTape()
+void TapeEngine::loadTape()
 {
     if (const DrivePtr drive = selectedDrive.get())
         runLoadVerb(drive, QStringLiteral("load"));
 }
 
-void ViewController::unLoadTape()
+void TapeEngine::unLoadTape()
 {
     if (const DrivePtr drive = selectedDrive.get())
         runLoadVerb(drive, QStringLiteral("unload"));
 }
 
-void ViewController::runLoadVerb(const DrivePtr &drive, const QString &verb)
+void TapeEngine::runLoadVerb(const DrivePtr &drive, const QString &verb)
 {
     const QString output = OUTPUT_FOLDER.get().value_or(QString());
     runTool(ITDT_PATH.get().value_or(QString()), {QStringLiteral("-R"), output, QStringLiteral("-LP"), output,

@@ -2,11 +2,11 @@
 // newest dump there is offered for saving into a folder the operator picks.
 // See also standardtest.cpp (runDiagnostic) and support/FileHelpers.cpp.
 
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "support/FileHelpers.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
 #include <QFileInfo>
 
@@ -18,7 +18,7 @@ const QString kDumpExtension = QStringLiteral("blz");
 
 // The save step, on the GUI thread: the picker and a possible replace question
 // are modal. `dumpPath` belongs to this one run.
-void saveDump(ViewController &vc, const QString &dumpPath)
+void saveDump(TapeEngine &vc, const QString &dumpPath)
 {
     const QString folder = vc.support.pickFolder();
     if (folder == QStringLiteral("-1")) {
@@ -36,7 +36,7 @@ void saveDump(ViewController &vc, const QString &dumpPath)
 
 } // namespace
 
-void ViewController::btnRetrieveLog(QAbstractButton *)
+void TapeEngine::retrieveLogAction()
 {
     if (!diagnosticMayStart(QStringLiteral("Update Retrieve Log"),
                             QStringLiteral("Please unmount tape before retrieving log")))
@@ -44,12 +44,12 @@ void ViewController::btnRetrieveLog(QAbstractButton *)
     retrieveLog();
 }
 
-void ViewController::retrieveLog()
+void TapeEngine::retrieveLog()
 {
     runInBackground([this] {
         startProgress();
         showResults(true, STATUS_LOG_GATHERING);
-        changeButtonStatus(ui.btnRetriveLog, 2, true);
+        changeButtonStatus(Action::RetrieveLog, 2, true);
         // The verdict is the dump file, not the exit code: a failed run still
         // leaves the newest earlier dump worth sending.
         runDiagnostic(QStringLiteral("dump"));
@@ -64,12 +64,12 @@ void ViewController::retrieveLog()
                             ? QStringLiteral("No drive dump (.blz) found in %1 - nothing to save").arg(output)
                             : QStringLiteral("Cannot read the output folder (%1) - nothing to save")
                                   .arg(dumps.error));
-            changeButtonStatus(ui.btnRetriveLog, 1, false);
+            changeButtonStatus(Action::RetrieveLog, 1, false);
             endProgress();
             return;
         }
         const QString dumpPath = output + QLatin1Char('/') + dumps.names.first();
-        changeButtonStatus(ui.btnRetriveLog, 0, true);
+        changeButtonStatus(Action::RetrieveLog, 0, true);
         postToMain([this, dumpPath] { saveDump(*this, dumpPath); });
     });
 }

@@ -2,14 +2,14 @@
 // state store adds the drives this system mounted, and the table reloads.
 
 #include "drives/Drive.h"
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
 namespace tapedesk {
 
-void ViewController::btnScan(QAbstractButton *)
+void TapeEngine::scanAction()
 {
     if (!support.isPreferencesSet()) {
         showResults(true, MSG_NO_PREFERENCES);
@@ -18,11 +18,11 @@ void ViewController::btnScan(QAbstractButton *)
     scanForDrives();
 }
 
-void ViewController::scanForDrives()
+void TapeEngine::scanForDrives()
 {
     runInBackground([this] {
         startProgress();
-        changeButtonStatus(ui.btnScan, 2, true);
+        changeButtonStatus(Action::Scan, 2, true);
         showResults(true, QStringLiteral("Running Scan - Please Wait...."));
         const QString output = OUTPUT_FOLDER.get().value_or(QString());
         const QString report =
@@ -42,13 +42,13 @@ void ViewController::scanForDrives()
         support.parseDriveTextToDrive(report);
         support.loadMountedDrives();
         refreshDriveTable();
-        changeButtonStatus(ui.btnScan, 0, true);
+        changeButtonStatus(Action::Scan, 0, true);
         showResults(false, QStringLiteral("Scan Complete"));
         endProgress();
     });
 }
 
-void ViewController::btnClearPreferences(QAbstractButton *)
+void TapeEngine::clearMountedDrivesAction()
 {
     support.resetMountedDrives();
     showResults(false, QStringLiteral("Mounted drives reset"));

@@ -3,11 +3,11 @@
 // the run with its own lines. See also hostvalidation.cpp (the same three-phase
 // shape) and retrievelog.cpp.
 
+#include "operations/TapeEngine.h"
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
 namespace tapedesk {
 
@@ -33,7 +33,7 @@ QString testFailureLine()
 }
 } // namespace
 
-bool ViewController::runDiagnostic(const QString &commandWord)
+bool TapeEngine::runDiagnostic(const QString &commandWord)
 {
     const std::optional<QString> itdt = ITDT_PATH.get();
     const std::optional<QString> output = OUTPUT_FOLDER.get();
@@ -48,7 +48,7 @@ bool ViewController::runDiagnostic(const QString &commandWord)
     return lastRunSucceeded();
 }
 
-bool ViewController::diagnosticMayStart(const QString &mountedTitle, const QString &mountedText)
+bool TapeEngine::diagnosticMayStart(const QString &mountedTitle, const QString &mountedText)
 {
     if (!support.isPreferencesSet()) {
         showResults(true, MSG_NO_PREFERENCES);
@@ -61,7 +61,7 @@ bool ViewController::diagnosticMayStart(const QString &mountedTitle, const QStri
     return !refuseMountedTape(mountedTitle, mountedText);
 }
 
-bool ViewController::refuseMountedTape(const QString &mountedTitle, const QString &mountedText)
+bool TapeEngine::refuseMountedTape(const QString &mountedTitle, const QString &mountedText)
 {
     // An unreadable mount table counts as mounted: the diagnostics load,
     // rewrite or dump the cartridge under a mounted volume otherwise.
@@ -75,7 +75,7 @@ bool ViewController::refuseMountedTape(const QString &mountedTitle, const QStrin
     return true;
 }
 
-void ViewController::btnRunTest(QAbstractButton *)
+void TapeEngine::runTestAction()
 {
     if (!diagnosticMayStart(QStringLiteral("Run Test"),
                             QStringLiteral("Please unmount tape before running test")))
@@ -83,18 +83,18 @@ void ViewController::btnRunTest(QAbstractButton *)
     showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST, [this](bool) { standardTest(); });
 }
 
-void ViewController::standardTest()
+void TapeEngine::standardTest()
 {
     runInBackground([this] {
         startProgress();
         showResults(true, kTestInProgress);
-        changeButtonStatus(ui.btnTest, 2, true);
+        changeButtonStatus(Action::Test, 2, true);
         showResults(false, QStringLiteral("     Loading...\n"));
 
         const auto failureEnd = [this](const QString &phaseLine, const QString &failureLine) {
             showResults(false, phaseLine);
             showResults(false, failureLine);
-            changeButtonStatus(ui.btnTest, 1, false);
+            changeButtonStatus(Action::Test, 1, false);
             endProgress();
         };
 
@@ -113,7 +113,7 @@ void ViewController::standardTest()
         if (!runDiagnostic(QStringLiteral("standardtest")))
             return failureEnd(QStringLiteral("     Standard Test Failed\n"), testFailureLine());
         showResults(false, QStringLiteral("Standard Test Complete"));
-        changeButtonStatus(ui.btnTest, 0, true);
+        changeButtonStatus(Action::Test, 0, true);
         endProgress();
     });
 }

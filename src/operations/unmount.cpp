@@ -16,10 +16,10 @@
 
 #include "drives/Drive.h"
 #include "operations/MountCheck.h"
+#include "operations/TapeEngine.h"
 #include "tools/Bash.h"
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
 
 #include <QTimer>
 
@@ -45,11 +45,11 @@ QString holderLine(const LtfsHolder &holder, qint64 waitedMs)
 
 } // namespace
 
-void ViewController::unMountDrive()
+void TapeEngine::unMountDrive()
 {
     const DrivePtr drive = selectedDrive.get();
     if (!drive) {
-        changeButtonStatus(ui.btnMount, 1, true);
+        changeButtonStatus(Action::Mount, 1, true);
         showResults(true, QStringLiteral("Error: No drive selected"));
         return;
     }
@@ -65,7 +65,7 @@ void ViewController::unMountDrive()
     m_unmountClock.start();
     m_lastHolderReportMs = 0;
     showResults(true, QStringLiteral("Unmounting Tape: ") + mountPoint);
-    changeButtonStatus(ui.btnMount, 2, true);
+    changeButtonStatus(Action::Mount, 2, true);
     m_lastVolumeUsers.clear();
     runUmount(mountPoint);
 
@@ -73,7 +73,7 @@ void ViewController::unMountDrive()
         timer->deleteLater();
     timer = new QTimer(this);
     timer->setInterval(kPollIntervalMs);
-    connect(timer, &QTimer::timeout, this, &ViewController::waitForUnMount);
+    connect(timer, &QTimer::timeout, this, &TapeEngine::waitForUnMount);
     timer->start();
 
     const QString id = drive->id();
@@ -88,7 +88,7 @@ void ViewController::unMountDrive()
     }
 }
 
-void ViewController::waitForUnMount()
+void TapeEngine::waitForUnMount()
 {
     // The poll's own wait keeps the event loop turning, and a slow mount
     // table could let the timer fire again inside it.
@@ -141,7 +141,7 @@ void ViewController::waitForUnMount()
     if (timer)
         timer->stop();
     showResults(false, QStringLiteral("Unmounting Tape Complete"));
-    changeButtonStatus(ui.btnMount, 0, true);
+    changeButtonStatus(Action::Mount, 0, true);
     postToMain([this] { setMountLabel(QStringLiteral("MOUNT")); });
     if (formatTapeEnabled.load())
         executeFormatTape();
@@ -157,7 +157,7 @@ void ViewController::waitForUnMount()
     showResults(false, QStringLiteral("End unMountDrive"));
 }
 
-bool ViewController::runUmount(const QString &mountPoint)
+bool TapeEngine::runUmount(const QString &mountPoint)
 {
     bool busy = false;
     runResponsive([&] {
@@ -178,13 +178,13 @@ bool ViewController::runUmount(const QString &mountPoint)
     return busy;
 }
 
-QString ViewController::mountPointOfSelection() const
+QString TapeEngine::mountPointOfSelection() const
 {
     const DrivePtr drive = selectedDrive.get();
     return drive ? kMountRoot + drive->name() : QString();
 }
 
-void ViewController::reportHolders(const QList<LtfsHolder> &holders)
+void TapeEngine::reportHolders(const QList<LtfsHolder> &holders)
 {
     // The pane is cleared at every poll, so once a holder has been named it is
     // named again on each poll; the console gets it once per stretch.

@@ -28,9 +28,14 @@ public:
     virtual void inform(const QString &title, const QString &informative) = 0;
 };
 
+// The provider installed last. Until a front end installs one, every question
+// is declined (the in-band cancel answers above, false, nothing picked): a
+// host without a window never has an operation go ahead unasked.
 DialogProvider &dialogs();
 // Replaces the provider (the previous one is destroyed).
 void setDialogProvider(std::unique_ptr<DialogProvider> provider);
+// False while the declining default is in place.
+bool hasDialogProvider();
 
 // Titles shared by the pickers and their tests.
 inline const QString kPickFileTitle = QStringLiteral("Select File");

@@ -1,54 +1,49 @@
 #include "ui/ViewController.h"
 
+#include "operations/VolumeName.h"
 #include "tools/Console.h"
-#include "tools/HandOff.h"
-#include "tools/ProcessRunner.h"
-#include "tools/SettingsStore.h"
-#include "tools/Shell.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
 #include "ui/DriveTableModel.h"
+#include "ui/StatusImages.h"
+#include "ui/WidgetDialogs.h"
 
 #include <QApplication>
-#include <QEventLoop>
 #include <QFontDatabase>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QShowEvent>
 #include <QSignalBlocker>
 #include <QSplitter>
 #include <QTableView>
-#include <QThreadPool>
+#include <QTextCursor>
 #include <QTimer>
 #include <QVBoxLayout>
-#include <thread>
 
 namespace tapedesk {
 
 ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
 {
     setObjectName(QStringLiteral("ViewController"));
-    timer = new QTimer(this); // a plain timer that is never scheduled until an unmount replaces it
+    // The window asks with its own dialogs unless a provider is in place.
+    if (!hasDialogProvider())
+        setDialogProvider(std::make_unique<WidgetDialogs>());
     buildLayout();
     connectActions();
-    setOutputView(ui.rightScrollView);
-    SettingsStore::setProblemListener([this](const QString &problem) { showResults(false, problem); });
+    connect(&engine, &TapeEngine::preferencesNeeded, this, &ViewController::preferencesNeeded);
 }
 
-ViewController::~ViewController()
-{
-    SettingsStore::setProblemListener({});
-    // Background parts post back to this window; let them finish first. A
-    // hung tool would keep them forever, so its process goes first.
-    children::killAll();
-    waitForBackground();
-}
+// The engine, a member, goes before the widgets: it ends the running tools
+// and waits for its background parts while the widgets they report to exist.
+ViewController::~ViewController() = default;
 
 void ViewController::buildLayout()
 {
@@ -198,20 +193,9 @@ void ViewController::connectActions()
             [this] { tableViewSelectionDidChange(); });
 }
 
-QString ViewController::shell(const QString &launchPath, const QStringList &arguments)
-{
-    return shellLaunch(launchPath, arguments, lastErrorOutput);
-}
-
-QString ViewController::shell(const QString &command)
-{
-    return shellCommand(command);
-}
-
 void ViewController::viewDidLoad(const QStringList &launchArguments)
 {
     applyLaunchArguments(launchArguments);
-    setOutputView(ui.rightScrollView);
 }
 
 void ViewController::showEvent(QShowEvent *event)
@@ -223,58 +207,64 @@ void ViewController::showEvent(QShowEvent *event)
 
 void ViewController::viewDidAppear()
 {
-    const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
-    consoleLine(QStringView(mounted));
-    checkPathsAndScan();
-}
-
-void ViewController::checkPathsAndScan()
-{
-    if (!support.preferencesValid()) {
-        // With no program path stored there is nothing to correct, only to
-        // set up: the preferences window opens with the defaults instead.
-        const bool firstStart = noToolPathSet();
-        QString message = QStringLiteral("Looks like preferences settings could be wrong.");
-        if (!firstStart)
-            message += QLatin1Char('\n') + preferencesProblem();
-        showResults(true, message);
-        endProgress();
-        if (firstStart) {
-            m_awaitingSetup = true;
-            Q_EMIT preferencesNeeded();
-        }
-        return;
-    }
-    m_awaitingSetup = false;
-    if (support.isPreferencesSet()) {
-        changeButtonStatus(ui.btnScan, 3, true);
-        scanForDrives();
-        changeButtonStatus(ui.btnScan, 0, true);
-    }
+    engine.start();
 }
 
 void ViewController::preferencesSaved()
 {
-    // Only the setup a first start asked for goes on to a scan: at any other
-    // time a Save may come while an operation runs, and the operator scans
-    // when ready. Once the paths are valid the window is set up.
-    if (m_awaitingSetup && ui.btnScan->isEnabled())
-        checkPathsAndScan();
+    engine.preferencesSaved();
 }
 
-void ViewController::refreshDriveTable()
+void ViewController::btnScan(QAbstractButton *)
 {
-    postToMain([this] {
-        m_model->reload(driveList.snapshot());
-        // A reload clears the view's highlight while selectedDrive stays; show
-        // the operator which row the actions act on again, without it counting
-        // as a new selection.
-        const qsizetype row = m_model->drives().indexOf(selectedDrive.get());
-        if (row >= 0) {
-            const QSignalBlocker quiet(ui.tableView->selectionModel());
-            ui.tableView->selectRow(static_cast<int>(row));
-        }
-    });
+    engine.perform(Action::Scan);
+}
+
+void ViewController::btnMount(QAbstractButton *)
+{
+    engine.perform(Action::Mount);
+}
+
+void ViewController::btnFormat(QAbstractButton *)
+{
+    engine.perform(Action::Format);
+}
+
+void ViewController::btnUpgrade(QAbstractButton *)
+{
+    engine.perform(Action::Upgrade);
+}
+
+void ViewController::btnRetrieveLog(QAbstractButton *)
+{
+    engine.perform(Action::RetrieveLog);
+}
+
+void ViewController::btnRunTest(QAbstractButton *)
+{
+    engine.perform(Action::Test);
+}
+
+void ViewController::btnHostValidation(QAbstractButton *)
+{
+    engine.perform(Action::HostValidation);
+}
+
+void ViewController::btnClearPreferences(QAbstractButton *)
+{
+    engine.perform(Action::ClearMountedDrives);
+}
+
+void ViewController::controlTextDidChange(QLineEdit *field)
+{
+    if (!field)
+        return;
+    // One character per change: a longer text pasted at once loses only its
+    // last character. A field wired to this uses textEdited, which this
+    // setText does not raise again.
+    const QString text = field->text();
+    if (graphemeCount(text) >= 4)
+        field->setText(withoutLastGrapheme(text));
 }
 
 void ViewController::tableViewSelectionDidChange()
@@ -282,51 +272,93 @@ void ViewController::tableViewSelectionDidChange()
     const QModelIndexList rows = ui.tableView->selectionModel()->selectedRows();
     const int row = rows.isEmpty() ? -1 : rows.constFirst().row();
     consoleLine(QStringView(QString::number(row)));
-    if (row < 0)
-        return;
-    DrivePtr drive = m_model->driveAt(row);
-    if (!drive)
-        return;
-    selectedDrive.set(drive);
-    setMountLabel(drive->mounted() ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT"));
-    changeButtonStatus(ui.btnRetriveLog, 2, true);
-    showResults(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
+    if (row >= 0)
+        engine.selectDrive(m_model->driveAt(row));
 }
 
-void ViewController::setMountLabel(const QString &text)
+QPushButton *ViewController::buttonFor(Action action) const
 {
-    ui.lblMount->setText(text);
+    switch (action) {
+    case Action::Scan:
+        return ui.btnScan;
+    case Action::Mount:
+        return ui.btnMount;
+    case Action::Format:
+        return ui.btnFormat;
+    case Action::Test:
+        return ui.btnTest;
+    case Action::HostValidation:
+        return ui.btnHostValidation;
+    case Action::RetrieveLog:
+        return ui.btnRetriveLog;
+    case Action::Upgrade:
+        return ui.btnUpgrade;
+    case Action::ClearMountedDrives:
+        return ui.btnClearPreferences;
+    }
+    return nullptr;
 }
 
-void ViewController::postToMain(std::function<void()> f)
+void ViewController::clearPane()
 {
-    postTo(this, [f = std::move(f)] {
-        flushPendingOutput();
-        f();
-    });
+    ui.rightScrollView->clear();
 }
 
-void ViewController::runInBackground(std::function<void()> f)
+void ViewController::appendToPane(const QString &text)
 {
-    startInBackground(std::move(f));
+    QPlainTextEdit *pane = ui.rightScrollView;
+    QTextCursor cursor(pane->document());
+    cursor.movePosition(QTextCursor::End);
+    QTextCharFormat white;
+    white.setForeground(Qt::white);
+    cursor.insertText(text, white);
+    pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
 }
 
-QString ViewController::runResponsive(const std::function<QString()> &work)
+void ViewController::setStatus(Action action, int status)
 {
-    QEventLoop loop;
-    QString result;
-    std::atomic<bool> done{false};
-    ++m_responsiveDepth;
-    std::thread worker([&] {
-        result = work();
-        done = true;
-        postTo(&loop, [&loop] { loop.quit(); });
-    });
-    while (!done)
-        loop.exec(QEventLoop::ExcludeUserInputEvents);
-    worker.join();
-    --m_responsiveDepth;
-    return result;
+    QPushButton *button = buttonFor(action);
+    button->setIcon(StatusImages::icon(status));
+    // Tests and accessibility read the status without decoding pixels.
+    button->setProperty("statusImage", StatusImages::imageName(status));
+}
+
+void ViewController::setMountCaption(const QString &caption)
+{
+    ui.lblMount->setText(caption);
+}
+
+void ViewController::progressStarted()
+{
+    enableActions(false);
+    ui.progressIndicator->show();
+}
+
+void ViewController::progressEnded()
+{
+    enableActions(true);
+    ui.progressIndicator->hide();
+}
+
+void ViewController::enableActions(bool enabled)
+{
+    for (QWidget *w :
+         std::initializer_list<QWidget *>{ui.btnScan, ui.btnMount, ui.btnRetriveLog, ui.btnTest,
+                                          ui.btnHostValidation, ui.btnUpgrade, ui.btnFormat, ui.tableView})
+        w->setEnabled(enabled);
+}
+
+void ViewController::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected)
+{
+    m_model->reload(drives);
+    // A reload clears the view's highlight while the selection stays; show
+    // the operator which row the actions act on again, without it counting
+    // as a new selection.
+    const qsizetype row = m_model->drives().indexOf(selected);
+    if (row >= 0) {
+        const QSignalBlocker quiet(ui.tableView->selectionModel());
+        ui.tableView->selectRow(static_cast<int>(row));
+    }
 }
 
 } // namespace tapedesk

@@ -10,11 +10,11 @@
 #include "app/Eula_ViewController.h"
 #include "app/Help_ViewController.h"
 #include "app/WindowController.h"
-#include "support/AuthenticateViewController.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
+#include "ui/AuthenticateViewController.h"
 #include "ui/ViewController.h"
 
 #include <QAction>

@@ -135,7 +135,7 @@ private Q_SLOTS:
             // A write that failed takes nothing from what is read: the paths
             // are still there for the next operation and the next start.
             QCOMPARE(SettingsStore::text(PreferenceKeys::itdt), std::optional<QString>(ITDT_PATH.get()));
-            QVERIFY(vc.support.preferencesValid());
+            QVERIFY(vc.engine.support.preferencesValid());
 
             vc.ui.rightScrollView->clear();
             vc.ui.btnClearPreferences->click();

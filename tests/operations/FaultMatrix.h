@@ -171,7 +171,7 @@ inline bool openWithDriveSelected(ViewController &vc, int row, const QString &id
         return false;
     vc.ui.rightScrollView->clear();
     QFile::remove(toolLogPath());
-    return vc.lastExitCode.get() == QStringLiteral("0");
+    return vc.engine.lastExitCode.get() == QStringLiteral("0");
 }
 
 // Whether the simulator's mount table lists a volume on `point`.

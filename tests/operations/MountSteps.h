@@ -91,7 +91,7 @@ inline bool scanAndSelect(ViewController &vc, int row)
     settle();
     vc.ui.rightScrollView->clear();
     QFile::remove(toolLogPath());
-    return vc.selectedDrive.get() != nullptr;
+    return vc.engine.selectedDrive.get() != nullptr;
 }
 
 } // namespace tapedesk::test

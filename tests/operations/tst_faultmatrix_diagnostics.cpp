@@ -120,7 +120,7 @@ private Q_SLOTS:
                                      QStringLiteral("standardtest")}));
         QCOMPARE(statusOf(vc.ui.btnTest),
                  fails ? QStringLiteral("Fail Button") : QStringLiteral("Complete Button"));
-        QCOMPARE(vc.lastExitCode.get(), fails ? QStringLiteral("6") : QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), fails ? QStringLiteral("6") : QStringLiteral("0"));
         if (!fails)
             QCOMPARE(paneLines(vc).constLast(), verdict);
         QCOMPARE(storeContents(), storeBefore);
@@ -151,7 +151,7 @@ private Q_SLOTS:
 
         QCOMPARE(statusOf(vc.ui.btnHostValidation),
                  fails ? QStringLiteral("Fail Button") : QStringLiteral("Complete Button"));
-        QCOMPARE(vc.lastExitCode.get(), fails ? QStringLiteral("6") : QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), fails ? QStringLiteral("6") : QStringLiteral("0"));
         // A completed validation ends with the system test's own output,
         // whatever it was: part of it, garbage or nothing.
         if (!fails)

@@ -83,8 +83,8 @@ private Q_SLOTS:
             QCOMPARE(paneLines(vc), QStringList{QStringLiteral("Tape Format Failed")});
             QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
         }
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
-        QCOMPARE(vc.selectedDrive.get()->record().barCode, QStringLiteral("ABC123"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
+        QCOMPARE(vc.engine.selectedDrive.get()->record().barCode, QStringLiteral("ABC123"));
         QCOMPARE(storeContents(), storeBefore);
     }
 
@@ -117,7 +117,7 @@ private Q_SLOTS:
         QCOMPARE(paneLines(vc).constFirst(), verdict);
         QCOMPARE(statusOf(vc.ui.btnUpgrade),
                  fails ? QStringLiteral("Fail Button") : QStringLiteral("Complete Button"));
-        QCOMPARE(vc.lastExitCode.get(), fails ? QStringLiteral("7") : QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), fails ? QStringLiteral("7") : QStringLiteral("0"));
         const QList<QStringList> runs = runsOf(QStringLiteral("itdt"));
         QCOMPARE(runs.size(), 1);
         QCOMPARE(runs.constFirst().constLast(), file);

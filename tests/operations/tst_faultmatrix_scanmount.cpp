@@ -68,7 +68,7 @@ private Q_SLOTS:
         QCOMPARE(paneLines(vc).constFirst(), QStringLiteral("Running Scan - Please Wait...."));
         QCOMPARE(paneLines(vc).constLast(), last);
         QCOMPARE(vc.driveModel()->rowCount(), listed + 1);
-        QCOMPARE(vc.lastExitCode.get(), code);
+        QCOMPARE(vc.engine.lastExitCode.get(), code);
         QCOMPARE(statusOf(vc.ui.btnScan), status);
         QCOMPARE(storeContents(), storeBefore);
     }
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QVERIFY(!paneText(vc).contains(QStringLiteral("Mount Complete")));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
-        QVERIFY(!vc.selectedDrive.get()->mounted());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
         QVERIFY(!mountTableShows(kMountRoot + QStringLiteral("0")));
         QCOMPARE(storeContents(), storeBefore);
     }

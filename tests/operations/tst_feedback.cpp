@@ -35,7 +35,7 @@ namespace {
     static int n = 0;
     const QString marker = QStringLiteral("<flush %1>").arg(++n);
     QPlainTextEdit *pane = vc.ui.rightScrollView;
-    vc.showResults(false, marker);
+    vc.engine.showResults(false, marker);
     if (!waitForPane(vc, marker))
         return false;
     // Take the marker back out so the pane holds only what the test produced.
@@ -157,40 +157,40 @@ private Q_SLOTS:
         QFETCH(QString, output);
         QFETCH(QString, expected);
         ViewController vc;
-        vc.lastExitCode.set(previous);
-        vc.setExitCode(output);
-        QCOMPARE(vc.lastExitCode.get(), expected);
+        vc.engine.lastExitCode.set(previous);
+        vc.engine.setExitCode(output);
+        QCOMPARE(vc.engine.lastExitCode.get(), expected);
     }
 
     void recordingAnEmptyOutputKeepsTheCode()
     {
         ViewController vc;
-        vc.recordResult(QStringLiteral("Exit with code: 0\n"));
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        vc.engine.recordResult(QStringLiteral("Exit with code: 0\n"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
         QCOMPARE(lastStatusFeedBack.get(), QStringLiteral("Exit with code: 0\n"));
-        QVERIFY(vc.lastRunSucceeded());
+        QVERIFY(vc.engine.lastRunSucceeded());
 
-        vc.recordResult(QString());
+        vc.engine.recordResult(QString());
         QCOMPARE(lastStatusFeedBack.get(), QString());
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
 
-        vc.recordResult(QStringLiteral("Exit with code: 4\n"));
-        QVERIFY(!vc.lastRunSucceeded());
+        vc.engine.recordResult(QStringLiteral("Exit with code: 4\n"));
+        QVERIFY(!vc.engine.lastRunSucceeded());
     }
 
     void paneStartsEveryMessageOnANewLine()
     {
         ViewController vc;
         vc.ui.rightScrollView->setPlainText(QStringLiteral("left over"));
-        vc.showResults(true, QStringLiteral("Ready"));
+        vc.engine.showResults(true, QStringLiteral("Ready"));
         // Posted, not written on the spot.
         QCOMPARE(paneText(vc), QStringLiteral("left over"));
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nReady"));
 
-        vc.showResults(false, QStringLiteral("Loading...\n"));
-        vc.showResults(false, QStringLiteral("Done"));
-        vc.showResults(false, QString());
+        vc.engine.showResults(false, QStringLiteral("Loading...\n"));
+        vc.engine.showResults(false, QStringLiteral("Done"));
+        vc.engine.showResults(false, QString());
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nReady\nLoading...\n\nDone\n"));
 
@@ -203,16 +203,16 @@ private Q_SLOTS:
     void messagesReachThePaneOnTheNextTurn()
     {
         ViewController vc;
-        vc.showResults(false, QStringLiteral("one"));
+        vc.engine.showResults(false, QStringLiteral("one"));
         QCoreApplication::processEvents();
         QCOMPARE(paneText(vc), QStringLiteral("\none"));
 
         // A burst with a button change in its middle: the change sees the
         // messages posted before it, and a clear drops what came before.
         for (int i = 0; i < 50; ++i)
-            vc.showResults(i == 10, QStringLiteral("m%1").arg(i));
-        vc.changeButtonStatus(vc.ui.btnScan, 0, false);
-        vc.showResults(false, QStringLiteral("after"));
+            vc.engine.showResults(i == 10, QStringLiteral("m%1").arg(i));
+        vc.engine.changeButtonStatus(tapedesk::Action::Scan, 0, false);
+        vc.engine.showResults(false, QStringLiteral("after"));
         QCoreApplication::processEvents();
         QStringList expected;
         for (int i = 10; i < 50; ++i)
@@ -226,10 +226,10 @@ private Q_SLOTS:
         {
             ViewController first;
             for (int i = 0; i < 5; ++i)
-                first.showResults(false, QStringLiteral("from the first window"));
+                first.engine.showResults(false, QStringLiteral("from the first window"));
         }
         ViewController second;
-        second.showResults(false, QStringLiteral("second"));
+        second.engine.showResults(false, QStringLiteral("second"));
         QVERIFY(flushPosts(second));
         QCOMPARE(paneText(second), QStringLiteral("\nsecond"));
     }
@@ -240,13 +240,13 @@ private Q_SLOTS:
         QVERIFY(showSettled(vc));
         QScrollBar *bar = vc.ui.rightScrollView->verticalScrollBar();
         for (int i = 0; i < 300; ++i)
-            vc.showResults(false, QStringLiteral("line %1").arg(i));
+            vc.engine.showResults(false, QStringLiteral("line %1").arg(i));
         QVERIFY(flushPosts(vc));
         QVERIFY(bar->maximum() > 0);
         QCOMPARE(bar->value(), bar->maximum());
 
         bar->setValue(0); // the operator scrolled back to read
-        vc.showResults(false, QStringLiteral("one more"));
+        vc.engine.showResults(false, QStringLiteral("one more"));
         QVERIFY(flushPosts(vc));
         QCOMPARE(bar->value(), bar->maximum());
     }
@@ -255,27 +255,27 @@ private Q_SLOTS:
     {
         ViewController vc;
 
-        vc.lastExitCode.set(QStringLiteral("0"));
-        vc.displayError();
+        vc.engine.lastExitCode.set(QStringLiteral("0"));
+        vc.engine.displayError();
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QString());
 
-        vc.lastExitCode.set(QString());
-        vc.displayError();
+        vc.engine.lastExitCode.set(QString());
+        vc.engine.displayError();
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nerror_code__title\nerror_code_"));
 
         vc.ui.rightScrollView->clear();
-        vc.lastExitCode.set(QStringLiteral("5"));
-        vc.displayError();
+        vc.engine.lastExitCode.set(QStringLiteral("5"));
+        vc.engine.displayError();
         QVERIFY(flushPosts(vc));
-        const QString title = vc.localizedString(QStringLiteral("error_code_5_title"));
-        const QString message = vc.localizedString(QStringLiteral("error_code_5"));
+        const QString title = vc.engine.localizedString(QStringLiteral("error_code_5_title"));
+        const QString message = vc.engine.localizedString(QStringLiteral("error_code_5"));
         QVERIFY(title != QStringLiteral("error_code_5_title"));
         QVERIFY(message != QStringLiteral("error_code_5"));
         QCOMPARE(paneText(vc), QStringLiteral("\n") + title + QStringLiteral("\n") + message);
         // displayError never touches the code it reports.
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("5"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("5"));
     }
 
     void unknownKeysComeBackUnchanged()
@@ -283,10 +283,10 @@ private Q_SLOTS:
         ViewController vc;
         for (const QString &key : {QStringLiteral("error_code_12345"), QStringLiteral("no such key"),
                                    QString(), QStringLiteral("error_code_5 ")})
-            QCOMPARE(vc.localizedString(key), key);
+            QCOMPARE(vc.engine.localizedString(key), key);
 
-        vc.lastExitCode.set(QStringLiteral("4711"));
-        vc.displayError();
+        vc.engine.lastExitCode.set(QStringLiteral("4711"));
+        vc.engine.displayError();
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nerror_code_4711_title\nerror_code_4711"));
     }
@@ -299,8 +299,8 @@ private Q_SLOTS:
         QStringList titles;
         for (const char *code : {"1", "2", "3", "4", "5", "6", "7", "8", "99"}) {
             const QString key = QStringLiteral("error_code_") + QLatin1String(code);
-            const QString title = vc.localizedString(key + QStringLiteral("_title"));
-            const QString message = vc.localizedString(key);
+            const QString title = vc.engine.localizedString(key + QStringLiteral("_title"));
+            const QString message = vc.engine.localizedString(key);
             QVERIFY2(title != key + QStringLiteral("_title") && !title.trimmed().isEmpty(), code);
             QVERIFY2(message != key && !message.trimmed().isEmpty(), code);
             QVERIFY2(title != message, code);
@@ -328,12 +328,12 @@ private Q_SLOTS:
         QFETCH(int, status);
         QFETCH(QString, image);
         ViewController vc;
-        vc.lastExitCode.set(QStringLiteral("5")); // a failure with error texts to show
-        vc.changeButtonStatus(vc.ui.btnTest, 2, false);
+        vc.engine.lastExitCode.set(QStringLiteral("5")); // a failure with error texts to show
+        vc.engine.changeButtonStatus(tapedesk::Action::Test, 2, false);
         QVERIFY(flushPosts(vc));
         QVERIFY(!vc.ui.btnTest->icon().isNull());
 
-        vc.changeButtonStatus(vc.ui.btnTest, status, false);
+        vc.engine.changeButtonStatus(tapedesk::Action::Test, status, false);
         QVERIFY(flushPosts(vc));
         QCOMPARE(statusOf(vc.ui.btnTest), image);
         QCOMPARE(vc.ui.btnTest->icon().isNull(), image.isEmpty());
@@ -344,18 +344,18 @@ private Q_SLOTS:
     void failureWithShowErrorAddsTheErrorTexts()
     {
         ViewController vc;
-        vc.lastExitCode.set(QStringLiteral("4"));
-        vc.changeButtonStatus(vc.ui.btnMount, 1, true);
+        vc.engine.lastExitCode.set(QStringLiteral("4"));
+        vc.engine.changeButtonStatus(tapedesk::Action::Mount, 1, true);
         QVERIFY(flushPosts(vc));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
-        QCOMPARE(paneText(vc), QStringLiteral("\n") +
-                                   vc.localizedString(QStringLiteral("error_code_4_title")) +
-                                   QStringLiteral("\n") + vc.localizedString(QStringLiteral("error_code_4")));
+        QCOMPARE(paneText(vc),
+                 QStringLiteral("\n") + vc.engine.localizedString(QStringLiteral("error_code_4_title")) +
+                     QStringLiteral("\n") + vc.engine.localizedString(QStringLiteral("error_code_4")));
 
         // Other statuses never show error texts.
         vc.ui.rightScrollView->clear();
         for (int status : {0, 2, 3, 7})
-            vc.changeButtonStatus(vc.ui.btnMount, status, true);
+            vc.engine.changeButtonStatus(tapedesk::Action::Mount, status, true);
         QVERIFY(flushPosts(vc));
         QCOMPARE(paneText(vc), QString());
     }
@@ -377,7 +377,7 @@ private Q_SLOTS:
         QVERIFY(others.contains(vc.ui.btnClearPreferences));
         QVERIFY(others.contains(vc.ui.rightScrollView));
 
-        vc.startProgress();
+        vc.engine.startProgress();
         QVERIFY(!vc.ui.progressIndicator->isVisible()); // posted
         QVERIFY(flushPosts(vc));
         QVERIFY(vc.ui.progressIndicator->isVisible());
@@ -386,7 +386,7 @@ private Q_SLOTS:
         for (QWidget *w : others)
             QVERIFY2(w->isEnabled(), qPrintable(w->objectName()));
 
-        vc.endProgress();
+        vc.engine.endProgress();
         QVERIFY(flushPosts(vc));
         QVERIFY(!vc.ui.progressIndicator->isVisible());
         for (QWidget *w : actions)
@@ -402,9 +402,9 @@ private Q_SLOTS:
         vc.ui.btnScan->installEventFilter(&watcher);
         QThreadPool::globalInstance()->start([&vc] {
             for (int i = 0; i < 1000; ++i) {
-                vc.showResults(false, QStringLiteral("line %1").arg(i));
+                vc.engine.showResults(false, QStringLiteral("line %1").arg(i));
                 if (i % 100 == 99)
-                    vc.changeButtonStatus(vc.ui.btnScan, (i / 100) % 4, false);
+                    vc.engine.changeButtonStatus(tapedesk::Action::Scan, (i / 100) % 4, false);
             }
         });
         QVERIFY(waitUntil([&] {
@@ -442,7 +442,7 @@ private Q_SLOTS:
                 icon = qobject_cast<QMessageBox *>(d)->icon();
                 clickButton(d, QStringLiteral("Cancel"));
             });
-            vc.showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE, completion);
+            vc.engine.showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE, completion);
             QCOMPARE(calls, 0);
             QCOMPARE(script.seen().size(), 1);
             const SeenDialog seen = script.seen().constFirst();
@@ -455,14 +455,14 @@ private Q_SLOTS:
         {
             DialogScript script;
             script.then([](QWidget *d, const SeenDialog &) { QTest::keyClick(d, Qt::Key_Escape); });
-            vc.showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, completion);
+            vc.engine.showCloseAlert(ALERT_WARNING, ALERT_FIRMWARE_SURE, completion);
             QCOMPARE(calls, 0);
             QCOMPARE(script.pending(), 0);
         }
         {
             DialogScript script;
             script.press(QStringLiteral("OK"));
-            vc.showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST, completion);
+            vc.engine.showCloseAlert(ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST, completion);
             QCOMPARE(calls, 1);
             QVERIFY(value);
             QVERIFY(script.unexpected().isEmpty());
@@ -505,7 +505,7 @@ private Q_SLOTS:
             vc.driveModel()->reload({makeDrive(r)});
             vc.ui.tableView->selectRow(0);
             QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
-            QVERIFY(vc.selectedDrive.get());
+            QVERIFY(vc.engine.selectedDrive.get());
         }
         vc.ui.rightScrollView->setPlainText(QStringLiteral("earlier line"));
 

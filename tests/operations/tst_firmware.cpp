@@ -84,7 +84,7 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         QCOMPARE(paneText(vc), QStringLiteral("\nFirmware Update Complete"));
         QCOMPARE(statusOf(vc.ui.btnUpgrade), QStringLiteral("Complete Button"));
-        QCOMPARE(vc.firmwareFileAndPath.get(), file);
+        QCOMPARE(vc.engine.firmwareFileAndPath.get(), file);
         QCOMPARE(ucodeRuns(),
                  QList<QStringList>{itdtArgs(QStringLiteral("tape0"), {QStringLiteral("ucode"), file})});
         QCOMPARE(script.seen()[0].title, QStringLiteral("Warning!"));
@@ -108,7 +108,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Firmware Update Failed - Contact Corvel Support")));
         QVERIFY(waitForIdle(vc));
         QCoreApplication::processEvents();
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("7"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("7"));
         // The error texts for code 7 follow the verdict.
         const QStringList lines = paneText(vc).split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), 4);
@@ -128,7 +128,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("no firmware to update")));
         QCOMPARE(paneText(vc), QStringLiteral("\nno firmware to update"));
         QVERIFY(waitForStatus(vc.ui.btnUpgrade, QStringLiteral("In Process Button")));
-        QCOMPARE(vc.firmwareFileAndPath.get(), QString());
+        QCOMPARE(vc.engine.firmwareFileAndPath.get(), QString());
         QVERIFY(ucodeRuns().isEmpty());
     }
 

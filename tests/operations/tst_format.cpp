@@ -83,8 +83,8 @@ private Q_SLOTS:
         QCOMPARE(simRunsOf(QStringLiteral("itdt")).constLast(),
                  itdtArgs(QStringLiteral("tape1"), {QStringLiteral("unload")}));
         QVERIFY(simState().contains(QStringLiteral("volume = ABCDEF")));
-        QCOMPARE(vc.selectedDrive.get()->record().barCode, QStringLiteral("ABCDEF"));
-        QCOMPARE(vc.volume_name.get(), QStringLiteral("ABCDEF"));
+        QCOMPARE(vc.engine.selectedDrive.get()->record().barCode, QStringLiteral("ABCDEF"));
+        QCOMPARE(vc.engine.volume_name.get(), QStringLiteral("ABCDEF"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QCOMPARE(statusOf(vc.ui.btnFormat), QStringLiteral("In Process Button"));
 
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(simRunsOf(QStringLiteral("ltfs")).size(), 1);
         QVERIFY(paneText(vc).startsWith(QStringLiteral("\nMounting Tape")));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
-        QCOMPARE(vc.selectedDrive.get()->record().label, QStringLiteral("KT1234"));
+        QCOMPARE(vc.engine.selectedDrive.get()->record().label, QStringLiteral("KT1234"));
         QVERIFY(waitForStatus(vc.ui.btnMount, QStringLiteral("Complete Button")));
         QVERIFY(script.unexpected().isEmpty());
         QCOMPARE(countKind(script, QStringLiteral("message")), 2);
@@ -129,8 +129,8 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled")));
         QCOMPARE(paneText(vc),
                  QStringLiteral("\nReady \ntape0 Selected\nRemoving Mounted Record\nFormat Canceled"));
-        QCOMPARE(vc.volume_name.get(), QStringLiteral("-1"));
-        QVERIFY(!vc.formatTapeEnabled.load());
+        QCOMPARE(vc.engine.volume_name.get(), QStringLiteral("-1"));
+        QVERIFY(!vc.engine.formatTapeEnabled.load());
 
         // "-1" typed as a name cancels the same way.
         vc.ui.rightScrollView->clear();
@@ -263,7 +263,7 @@ private Q_SLOTS:
         QTimer watch;
         watch.setInterval(10);
         QObject::connect(&watch, &QTimer::timeout, [&] {
-            if (!vc.isWaitingResponsive() || !QFile::exists(started) || QFile::exists(release))
+            if (!vc.engine.isWaitingResponsive() || !QFile::exists(started) || QFile::exists(release))
                 return;
             sawBusy = !vc.ui.progressIndicator->isHidden() && !vc.ui.btnScan->isEnabled() &&
                       !vc.ui.btnFormat->isEnabled() && !vc.ui.tableView->isEnabled();
@@ -289,7 +289,7 @@ private Q_SLOTS:
         qputenv("TAPESIM_FAIL", "tape1:mkltfs=8");
         ViewController vc;
         QVERIFY(scanAndSelectRow(vc, 1));
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("ABC123"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -297,7 +297,7 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         QCoreApplication::processEvents();
         QCOMPARE(paneText(vc), QStringLiteral("\nTape Format Failed"));
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
         QCOMPARE(simRunsOf(QStringLiteral("mkltfs")).size(), 1);
         QVERIFY(script.unexpected().isEmpty());
@@ -311,7 +311,7 @@ private Q_SLOTS:
     {
         ViewController vc;
         QVERIFY(scanAndSelectRow(vc, 1));
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
         DialogScript script;
         script.press(QStringLiteral("Proceed")).type(QStringLiteral("éàüñçö"));
         vc.btnFormat(vc.ui.btnFormat);
@@ -319,7 +319,8 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         QCoreApplication::processEvents();
         // Counted in bytes the name is too long, in characters it is not ASCII.
-        QVERIFY(vc.lastErrorOutput.get().contains(QRegularExpression(QStringLiteral("LTFS150(29|30)E"))));
+        QVERIFY(
+            vc.engine.lastErrorOutput.get().contains(QRegularExpression(QStringLiteral("LTFS150(29|30)E"))));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
         QVERIFY(!simState().contains(QStringLiteral("volume = ÉÀÜÑÇÖ")));
         QCOMPARE(countKind(script, QStringLiteral("message")), 1); // Proceed only, no completion question
@@ -368,7 +369,7 @@ private Q_SLOTS:
         td9.name = QStringLiteral("2");
         td9.info1 = QStringLiteral("Corvel LTO9");
         td9.info3 = QStringLiteral("TD9");
-        vc.selectedDrive.set(makeDrive(td9));
+        vc.engine.selectedDrive.set(makeDrive(td9));
         script.press(QStringLiteral("Cancel"));
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitUntil([&] { return script.pending() == 0; }));
@@ -393,7 +394,7 @@ private Q_SLOTS:
         QVERIFY(mountWithSimulator(QStringLiteral("0")));
         ViewController vc;
         QVERIFY(scanAndSelectRow(vc, 0));
-        QVERIFY(vc.isTapeMounted());
+        QVERIFY(vc.engine.isTapeMounted());
         qputenv("TAPESIM_UNMOUNT_DELAY", "4");
         bool waited = false;
         QObject::connect(vc.ui.rightScrollView, &QPlainTextEdit::textChanged, &vc, [&] {
@@ -419,7 +420,7 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         QVERIFY(waited);
         QVERIFY(releasedWhenNamed);
-        QVERIFY(!vc.formatTapeEnabled.load());
+        QVERIFY(!vc.engine.formatTapeEnabled.load());
         QCOMPARE(simRunsOf(QStringLiteral("mkltfs")),
                  (QList<QStringList>{{QStringLiteral("--device=0"), QStringLiteral("--tape-serial=FRESH1"),
                                       QStringLiteral("--volume-name=FRESH1")}}));
@@ -428,7 +429,7 @@ private Q_SLOTS:
         QTest::qWait(3500);
         QCOMPARE(countKind(script, QStringLiteral("input")), 1);
         QVERIFY(script.unexpected().isEmpty());
-        QVERIFY(!vc.isTapeMounted());
+        QVERIFY(!vc.engine.isTapeMounted());
     }
 
     // After the unmount the format runs with the window held: the unmount's
@@ -486,8 +487,8 @@ private Q_SLOTS:
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Removing Mounted Record")));
         QCOMPARE(script.seen().size(), 1);
-        QVERIFY(!vc.formatTapeEnabled.load());
-        QVERIFY(vc.isTapeMounted());
+        QVERIFY(!vc.engine.formatTapeEnabled.load());
+        QVERIFY(vc.engine.isTapeMounted());
         QVERIFY(simRunsOf(QStringLiteral("umount")).isEmpty());
     }
 
@@ -504,7 +505,7 @@ private Q_SLOTS:
         // A drive whose name cannot name a device.
         DriveRecord odd;
         odd.id = QStringLiteral("changer0");
-        vc.selectedDrive.set(makeDrive(odd));
+        vc.engine.selectedDrive.set(makeDrive(odd));
         vc.ui.rightScrollView->clear();
         vc.btnFormat(vc.ui.btnFormat);
         QVERIFY(waitForPane(vc, QStringLiteral("Format Error")));
@@ -541,7 +542,7 @@ private Q_SLOTS:
         const DrivePtr other = driveList.snapshot().at(3);
         DialogScript script;
         script.then([&](QWidget *d, const SeenDialog &) {
-            vc.selectedDrive.set(other);
+            vc.engine.selectedDrive.set(other);
             if (auto *field = d->findChild<QLineEdit *>())
                 field->setText(QStringLiteral("ABC123"));
             clickButton(d, QStringLiteral("OK"));
@@ -554,12 +555,12 @@ private Q_SLOTS:
         QCOMPARE(driveList.snapshot().at(0)->record().barCode, QString());
 
         // Nothing selected when the unmount hands over.
-        vc.selectedDrive.set(nullptr);
+        vc.engine.selectedDrive.set(nullptr);
         vc.ui.rightScrollView->clear();
-        vc.formatTapeEnabled = true;
-        vc.executeFormatTape();
+        vc.engine.formatTapeEnabled = true;
+        vc.engine.executeFormatTape();
         QVERIFY(waitForPane(vc, QStringLiteral("Format Canceled - no drive selected")));
-        QVERIFY(!vc.formatTapeEnabled.load());
+        QVERIFY(!vc.engine.formatTapeEnabled.load());
         QCOMPARE(countKind(script, QStringLiteral("input")), 1);
         QVERIFY(script.unexpected().isEmpty());
     }

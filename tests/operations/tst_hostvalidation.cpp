@@ -100,8 +100,9 @@ private Q_SLOTS:
                 "\nHost Validation Failed \u2013 Run Retrieve Log And Contact Corvel Support At ") +
             supportEmail() + QStringLiteral(" For Instructions");
         const QString errorDisplay =
-            QStringLiteral("\n") + vc.localizedString(QStringLiteral("error_code_%1_title").arg(code)) +
-            QStringLiteral("\n") + vc.localizedString(QStringLiteral("error_code_%1").arg(code));
+            QStringLiteral("\n") +
+            vc.engine.localizedString(QStringLiteral("error_code_%1_title").arg(code)) +
+            QStringLiteral("\n") + vc.engine.localizedString(QStringLiteral("error_code_%1").arg(code));
         QCOMPARE(paneText(vc), kStart + lines + failureLine + errorDisplay);
         QList<QStringList> expected;
         for (const QString &word : ran)

@@ -100,7 +100,7 @@ private Q_SLOTS:
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QVERIFY(waitForIdle(vc));
-        const DriveRecord drive = vc.selectedDrive.get()->record();
+        const DriveRecord drive = vc.engine.selectedDrive.get()->record();
         QVERIFY(drive.mounted);
         QCOMPARE(drive.address, QStringLiteral("TD0001"));
         QCOMPARE(drive.label, QStringLiteral("TD0001"));
@@ -119,9 +119,9 @@ private Q_SLOTS:
         // The real ltfs leaves stdout empty and reports on stderr only, so the
         // verdict rests on the attribute read's code and the stderr marker.
         QCOMPARE(lastStatusFeedBack.get(), QString());
-        QCOMPARE(vc.lastExitCode.get(), QStringLiteral("0"));
-        QVERIFY(
-            vc.lastErrorOutput.get().contains(QStringLiteral(" LTFS11031I Volume mounted successfully. ")));
+        QCOMPARE(vc.engine.lastExitCode.get(), QStringLiteral("0"));
+        QVERIFY(vc.engine.lastErrorOutput.get().contains(
+            QStringLiteral(" LTFS11031I Volume mounted successfully. ")));
 
         const QList<QStringList> runs = toolRuns();
         QCOMPARE(runs.size(), 4);
@@ -132,7 +132,7 @@ private Q_SLOTS:
                               QStringLiteral("devname=0"), QStringLiteral("-o"), QStringLiteral("eject")}));
         // The success line is confirmed by the mount table.
         QCOMPARE(runs.at(3), QStringList{QStringLiteral("mount")});
-        QVERIFY(vc.isTapeMounted());
+        QVERIFY(vc.engine.isTapeMounted());
         QVERIFY(script.unexpected().isEmpty());
     }
 
@@ -145,7 +145,7 @@ private Q_SLOTS:
         QCOMPARE(script.seen().size(), 1);
         QVERIFY(toolRuns().isEmpty());
         QCOMPARE(paneText(vc), QString());
-        QVERIFY(!vc.selectedDrive.get()->mounted());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QVERIFY(!SettingsStore::contains(DriveStateStore::kMountedDrivesKey));
@@ -178,7 +178,7 @@ private Q_SLOTS:
         DialogScript script;
         pressMount(vc, QStringLiteral("Ok"), script);
 
-        const DriveRecord drive = vc.selectedDrive.get()->record();
+        const DriveRecord drive = vc.engine.selectedDrive.get()->record();
         // Without the error display: no error-table lines follow.
         QCOMPARE(paneText(vc), transcriptUpToAttributeRead(drive.id) + tail);
         QVERIFY(runsOf(QStringLiteral("ltfs")).isEmpty());
@@ -224,11 +224,11 @@ private Q_SLOTS:
         DialogScript script;
         pressMount(vc, QStringLiteral("Ok"), script);
 
-        const QString stderrText = vc.lastErrorOutput.get();
+        const QString stderrText = vc.engine.lastErrorOutput.get();
         QVERIFY2(stderrText.contains(stderrHolds), qPrintable(stderrText));
         QCOMPARE(paneText(vc),
                  transcriptUpToLtfs(QStringLiteral("tape0"), QStringLiteral("0")) + kLtfsFailed + stderrText);
-        QVERIFY(!vc.selectedDrive.get()->mounted());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
         QVERIFY(waitForIdle(vc));
@@ -244,13 +244,13 @@ private Q_SLOTS:
         freshSimulator(ownDriveLibrary(QStringLiteral("tape") + name));
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 0));
-        QCOMPARE(vc.selectedDrive.get()->name(), name);
+        QCOMPARE(vc.engine.selectedDrive.get()->name(), name);
         QVERIFY(!QFileInfo::exists(point));
-        vc.mountDrive();
+        vc.engine.mountDrive();
         settle();
         QVERIFY(QFileInfo(point).isDir());
         QVERIFY2(paneText(vc).endsWith(QStringLiteral("\nMount Complete")), qPrintable(paneText(vc)));
-        QVERIFY(vc.selectedDrive.get()->mounted());
+        QVERIFY(vc.engine.selectedDrive.get()->mounted());
         QDir().rmdir(point);
     }
 
@@ -286,7 +286,7 @@ private Q_SLOTS:
         QVERIFY(runsOf(QStringLiteral("itdt")).isEmpty());
         QVERIFY(runsOf(QStringLiteral("ltfs")).isEmpty());
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
-        QVERIFY(!vc.selectedDrive.get()->mounted());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
         for (const auto &[path, bytes] : files)
             QCOMPARE(readFile(path), bytes);
         QDir(point).removeRecursively();
@@ -304,13 +304,13 @@ private Q_SLOTS:
         freshSimulator(ownDriveLibrary(QStringLiteral("tape") + name));
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 0));
-        vc.mountDrive();
+        vc.engine.mountDrive();
         settle();
         QFile::remove(point);
         QCOMPARE(paneText(vc), transcriptUpToLtfs(QStringLiteral("tape") + name, name) + kLtfsFailed +
                                    QStringLiteral("Cannot create the mount point ") + point);
         QVERIFY(runsOf(QStringLiteral("ltfs")).isEmpty());
-        QVERIFY(!vc.selectedDrive.get()->mounted());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Fail Button"));
     }
 
@@ -318,7 +318,7 @@ private Q_SLOTS:
     {
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 3));
-        vc.mountDrive();
+        vc.engine.mountDrive();
         settle();
         QCOMPARE(paneText(vc),
                  transcriptUpToLtfs(QStringLiteral("/dev/IBMtape3"), QStringLiteral("IBMtape3")) +
@@ -328,20 +328,20 @@ private Q_SLOTS:
         QCOMPARE(ltfs.first(), (QStringList{QStringLiteral("ltfs"), QStringLiteral("/tmp/ltfs/mnt/IBMtape3"),
                                             QStringLiteral("-o"), QStringLiteral("devname=/dev/IBMtape3"),
                                             QStringLiteral("-o"), QStringLiteral("eject")}));
-        QCOMPARE(vc.selectedDrive.get()->record().label, QStringLiteral("TD0004"));
+        QCOMPARE(vc.engine.selectedDrive.get()->record().label, QStringLiteral("TD0004"));
         QCOMPARE(SettingsStore::text(QStringLiteral("1013000104_name")).value_or(QStringLiteral("<absent>")),
                  QStringLiteral("IBMtape3"));
-        QVERIFY(vc.isTapeMounted());
+        QVERIFY(vc.engine.isTapeMounted());
     }
 
     void mountStaysOnTheDriveItStartedWith()
     {
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 0));
-        const DrivePtr tape0 = vc.selectedDrive.get();
+        const DrivePtr tape0 = vc.engine.selectedDrive.get();
         const DrivePtr tape1 = vc.driveModel()->driveAt(1);
-        vc.mountDrive();
-        vc.selectedDrive.set(tape1); // the operator's selection moves while the tools run
+        vc.engine.mountDrive();
+        vc.engine.selectedDrive.set(tape1); // the operator's selection moves while the tools run
         settle();
         QVERIFY(paneText(vc).contains(QStringLiteral("Starting getSelectedDriveAddress for: tape0\n")));
         QVERIFY(paneText(vc).endsWith(QStringLiteral("\nMount Complete")));
@@ -349,7 +349,7 @@ private Q_SLOTS:
         QCOMPARE(tape0->record().address, QStringLiteral("TD0001"));
         QVERIFY(!tape1->mounted());
         QCOMPARE(tape1->record().address, QString());
-        QCOMPARE(vc.selectedDrive.get(), tape0);
+        QCOMPARE(vc.engine.selectedDrive.get(), tape0);
         QCOMPARE(SettingsStore::textList(DriveStateStore::kMountedDrivesKey).value_or(QStringList()),
                  QStringList{QStringLiteral("1013000101")});
     }
@@ -358,9 +358,9 @@ private Q_SLOTS:
     {
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 0));
-        const DrivePtr tape0 = vc.selectedDrive.get();
+        const DrivePtr tape0 = vc.engine.selectedDrive.get();
         driveList.clear(); // a rescan rebuilt the list meanwhile, without this drive
-        vc.mountDrive();
+        vc.engine.mountDrive();
         settle();
         QVERIFY(paneText(vc).endsWith(QStringLiteral("\nMount Complete")));
         QVERIFY(!tape0->mounted());
@@ -393,7 +393,7 @@ private Q_SLOTS:
         QFETCH(bool, mounted);
         QFETCH(QString, shown);
         ViewController vc;
-        vc.selectedDrive.set(driveNamed(QStringLiteral("tape") + name, name, mounted));
+        vc.engine.selectedDrive.set(driveNamed(QStringLiteral("tape") + name, name, mounted));
         DialogScript script;
         vc.ui.btnMount->click();
         settle();
@@ -406,9 +406,9 @@ private Q_SLOTS:
         // The format workflow's ways in are refused the same way.
         vc.ui.rightScrollView->clear();
         if (mounted)
-            vc.unMountDrive();
+            vc.engine.unMountDrive();
         else
-            vc.mountDrive();
+            vc.engine.mountDrive();
         settle();
         QCOMPARE(paneText(vc), expected);
         QVERIFY(vc.ui.btnScan->isEnabled());
@@ -422,8 +422,8 @@ private Q_SLOTS:
                                          "[mount]\npoint = /tmp/ltfs/mnt/10\ndevice = 10\ndrive = tape10\n"));
         ViewController vc;
         const auto mountedFor = [&](const QString &name) {
-            vc.selectedDrive.set(driveNamed(QStringLiteral("tape") + name, name, false));
-            return vc.isTapeMounted();
+            vc.engine.selectedDrive.set(driveNamed(QStringLiteral("tape") + name, name, false));
+            return vc.engine.isTapeMounted();
         };
         QVERIFY(mountedFor(QStringLiteral("10")));
         // The exact mount point: /tmp/ltfs/mnt/1 is not /tmp/ltfs/mnt/10.
@@ -439,7 +439,7 @@ private Q_SLOTS:
         QVERIFY(mountWithSimulator(QStringLiteral("10")));
         ViewController vc;
         QVERIFY(scanAndSelect(vc, 1));
-        QCOMPARE(vc.selectedDrive.get()->name(), QStringLiteral("1"));
+        QCOMPARE(vc.engine.selectedDrive.get()->name(), QStringLiteral("1"));
         DialogScript script;
         // tape1 is an HH9, on which a format asks to proceed first.
         script.press(QStringLiteral("Proceed"))

@@ -29,9 +29,10 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("Looks like preferences settings could be wrong.")));
         // What QString::fromUtf8 makes of the garbage: replacement characters.
         const QString garbage = QString(1 << 20, QChar(0xFFFD)) + QStringLiteral("garbage end");
-        vc.showResults(true, QStringLiteral("Mount Error: Please check that a formated tape was inserted"));
-        vc.showResults(false, garbage);
-        vc.showResults(false, QStringLiteral("after"));
+        vc.engine.showResults(true,
+                              QStringLiteral("Mount Error: Please check that a formated tape was inserted"));
+        vc.engine.showResults(false, garbage);
+        vc.engine.showResults(false, QStringLiteral("after"));
         QVERIFY(waitForPane(vc, QStringLiteral("\nafter")));
 
         const QString shown = paneText(vc);

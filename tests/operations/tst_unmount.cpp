@@ -38,11 +38,11 @@ bool mountTape0(ViewController &vc)
 {
     if (!scanAndSelect(vc, 0))
         return false;
-    vc.mountDrive();
+    vc.engine.mountDrive();
     settle();
     vc.ui.rightScrollView->clear();
     QFile::remove(toolLogPath());
-    return vc.selectedDrive.get()->mounted() && vc.isTapeMounted();
+    return vc.engine.selectedDrive.get()->mounted() && vc.engine.isTapeMounted();
 }
 
 } // namespace
@@ -68,8 +68,8 @@ private Q_SLOTS:
         QCOMPARE(paneText(vc), QStringLiteral("\nUnmounting Tape: /tmp/ltfs/mnt/0"));
         QVERIFY(!vc.ui.btnScan->isEnabled());
         QVERIFY(!vc.ui.tableView->isEnabled());
-        QVERIFY(!vc.selectedDrive.get()->mounted());
-        QCOMPARE(vc.selectedDrive.get()->record().label, QString());
+        QVERIFY(!vc.engine.selectedDrive.get()->mounted());
+        QCOMPARE(vc.engine.selectedDrive.get()->record().label, QString());
         QCOMPARE(vc.driveModel()->index(0, 0).data(DriveTableModel::MountedRole).toBool(), false);
         QCOMPARE(storedMounts(), QStringList{QStringLiteral("1013000101")});
         QCOMPARE(runsOf(QStringLiteral("umount")),
@@ -83,8 +83,8 @@ private Q_SLOTS:
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QCOMPARE(storedMounts(), QStringList());
-        QVERIFY(!vc.timer->isActive());
-        QVERIFY(!vc.isTapeMounted());
+        QVERIFY(!vc.engine.timer->isActive());
+        QVERIFY(!vc.engine.isTapeMounted());
         QVERIFY(script.seen().isEmpty());
     }
 
@@ -120,7 +120,7 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         ViewController vc;
         QVERIFY(mountTape0(vc));
-        vc.holderReportIntervalMs = nameHolderAfterMs;
+        vc.engine.holderReportIntervalMs = nameHolderAfterMs;
         qputenv("TAPESIM_UNMOUNT_DELAY", unmountDelay);
         if (!fault.isEmpty())
             qputenv("TAPESIM_FAIL", fault);
@@ -213,26 +213,26 @@ private Q_SLOTS:
         QVERIFY(mountTape0(vc));
         // Long enough for the second umount to find the line still listed.
         qputenv("TAPESIM_UNMOUNT_DELAY", "2");
-        vc.unMountDrive();
-        const QPointer<QTimer> first = vc.timer;
+        vc.engine.unMountDrive();
+        const QPointer<QTimer> first = vc.engine.timer;
         QVERIFY(first && first->isActive());
-        vc.selectedDrive.set(vc.driveModel()->driveAt(0));
-        vc.unMountDrive();
-        QVERIFY(vc.timer != first.data());
+        vc.engine.selectedDrive.set(vc.driveModel()->driveAt(0));
+        vc.engine.unMountDrive();
+        QVERIFY(vc.engine.timer != first.data());
         QVERIFY(!first || !first->isActive());
         QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), kPollsDoneMs));
         settle();
         QCOMPARE(paneText(vc), QStringLiteral("\nUnmounting Tape: /tmp/ltfs/mnt/0") + kCompletion);
-        QVERIFY(!vc.timer->isActive());
+        QVERIFY(!vc.engine.timer->isActive());
     }
 
     void driveNoLongerListedIsStillUnmountedAndForgotten()
     {
         ViewController vc;
         QVERIFY(mountTape0(vc));
-        const DrivePtr tape0 = vc.selectedDrive.get();
+        const DrivePtr tape0 = vc.engine.selectedDrive.get();
         driveList.clear(); // a rescan rebuilt the list meanwhile, without this drive
-        vc.unMountDrive();
+        vc.engine.unMountDrive();
         settle();
         QVERIFY(tape0->mounted()); // no flag changes without the drive in the list
         QCOMPARE(tape0->record().label, QStringLiteral("TD0001"));
@@ -251,9 +251,9 @@ private Q_SLOTS:
         remembered.id = QStringLiteral("tape0");
         DriveStateStore::saveDriveInfo(Drive(remembered));
         ViewController vc;
-        vc.startProgress();
+        vc.engine.startProgress();
         settle();
-        vc.waitForUnMount();
+        vc.engine.waitForUnMount();
         settle();
         QCOMPARE(paneText(vc), QStringLiteral("\nUnmounting Tape Complete\nEnd unMountDrive"));
         QCOMPARE(storedMounts(), QStringList{QStringLiteral("1013000101")});

@@ -1,5 +1,8 @@
 #include "support/TestEnv.h"
 
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcessEnvironment>
@@ -40,7 +43,7 @@ QString TestHome::path()
     return g_home;
 }
 
-void configureApplication(QApplication &app)
+void configureApplication(QCoreApplication &app)
 {
     app.setOrganizationName(QStringLiteral("TapeDesk"));
     app.setApplicationName(QStringLiteral("TapeDesk"));
@@ -127,6 +130,30 @@ QList<QByteArray> consoleOf(const std::function<void()> &f)
     if (all.endsWith('\n'))
         all.chop(1);
     return all.isEmpty() ? QList<QByteArray>{} : all.split('\n');
+}
+
+void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, const QString &output)
+{
+    SettingsStore::setText(PreferenceKeys::itdt, itdt);
+    SettingsStore::setText(PreferenceKeys::ltfs, ltfs);
+    SettingsStore::setText(PreferenceKeys::mkltfs, mkltfs);
+    SettingsStore::setText(PreferenceKeys::output, output);
+    ITDT_PATH.set(itdt);
+    LTFS_PATH.set(ltfs);
+    MKLTFS_PATH.set(mkltfs);
+    OUTPUT_FOLDER.set(output);
+}
+
+void useSimulator()
+{
+    const QString bin = simBinDir();
+    setPaths(bin + QStringLiteral("/itdt"), bin + QStringLiteral("/ltfs"), bin + QStringLiteral("/mkltfs"),
+             makeDir(QStringLiteral("output")));
+    installLoginProfile({bin});
+    // mount | grep ltfs runs through a plain shell that inherits our PATH.
+    const QByteArray current = qgetenv("PATH");
+    if (!current.startsWith(QFile::encodeName(bin) + ':'))
+        qputenv("PATH", QFile::encodeName(bin) + ':' + current);
 }
 
 } // namespace tapedesk::test

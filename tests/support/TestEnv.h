@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -25,7 +25,7 @@ private:
     QTemporaryDir m_dir;
 };
 
-void configureApplication(QApplication &app);
+void configureApplication(QCoreApplication &app);
 
 // Forgets the simulator's state (the default library again, nothing mounted)
 // after ending the ltfs daemons it left running, so none outlives its test or
@@ -51,5 +51,11 @@ QByteArray readFile(const QString &path);
 
 // What this process prints on fd 1 while `f` runs, one entry a line.
 QList<QByteArray> consoleOf(const std::function<void()> &f);
+
+// Writes the four paths to the store and loads them (as the window's
+// appearance does).
+void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, const QString &output);
+// The four paths pointing at the simulator, output into HOME/output.
+void useSimulator();
 
 } // namespace tapedesk::test

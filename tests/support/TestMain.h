@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/TestEnv.h"
+#include "ui/WidgetDialogs.h"
 
 #include <QApplication>
 #include <QTest>
@@ -13,6 +14,7 @@
         tapedesk::test::TestHome home;                                                                       \
         QApplication app(argc, argv);                                                                        \
         tapedesk::test::configureApplication(app);                                                           \
+        tapedesk::setDialogProvider(std::make_unique<tapedesk::WidgetDialogs>());                            \
         TestClass tc;                                                                                        \
         QTEST_SET_MAIN_SOURCE_PATH                                                                           \
         return QTest::qExec(&tc, argc, argv);                                                                \

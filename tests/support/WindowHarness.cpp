@@ -204,30 +204,6 @@ bool waitForIdle(ViewController &vc, int timeoutMs)
         timeoutMs);
 }
 
-void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, const QString &output)
-{
-    SettingsStore::setText(PreferenceKeys::itdt, itdt);
-    SettingsStore::setText(PreferenceKeys::ltfs, ltfs);
-    SettingsStore::setText(PreferenceKeys::mkltfs, mkltfs);
-    SettingsStore::setText(PreferenceKeys::output, output);
-    ITDT_PATH.set(itdt);
-    LTFS_PATH.set(ltfs);
-    MKLTFS_PATH.set(mkltfs);
-    OUTPUT_FOLDER.set(output);
-}
-
-void useSimulator()
-{
-    const QString bin = simBinDir();
-    setPaths(bin + QStringLiteral("/itdt"), bin + QStringLiteral("/ltfs"), bin + QStringLiteral("/mkltfs"),
-             makeDir(QStringLiteral("output")));
-    installLoginProfile({bin});
-    // mount | grep ltfs runs through a plain shell that inherits our PATH.
-    const QByteArray current = qgetenv("PATH");
-    if (!current.startsWith(QFile::encodeName(bin) + ':'))
-        qputenv("PATH", QFile::encodeName(bin) + ':' + current);
-}
-
 QString statusOf(QWidget *button)
 {
     return button->property("statusImage").toString();

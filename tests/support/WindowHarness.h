@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/TestEnv.h"
+
 #include <QPointer>
 #include <QString>
 #include <QStringList>
@@ -71,12 +73,6 @@ QString paneText(ViewController &vc);
 bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000);
 // Waits until the progress indicator is hidden and the buttons are enabled.
 bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
-
-// Writes the four paths to the store and loads them (as the window's
-// appearance does).
-void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, const QString &output);
-// The four paths pointing at the simulator, output into HOME/output.
-void useSimulator();
 
 // The status image name a workflow last gave a button ("Complete Button", ...).
 QString statusOf(QWidget *button);

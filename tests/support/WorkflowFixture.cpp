@@ -79,7 +79,7 @@ void selectDrive(ViewController &vc, const QString &id, const QString &name)
     DriveRecord record;
     record.id = id;
     record.name = name;
-    vc.selectedDrive.set(makeDrive(record));
+    vc.engine.selectedDrive.set(makeDrive(record));
 }
 
 bool scanToEnd(ViewController &vc)
@@ -93,7 +93,7 @@ bool scanAndSelectRow(ViewController &vc, int row)
     if (!scanToEnd(vc))
         return false;
     vc.ui.tableView->selectRow(row);
-    return waitForPane(vc, QStringLiteral(" Selected")) && vc.selectedDrive.get();
+    return waitForPane(vc, QStringLiteral(" Selected")) && vc.engine.selectedDrive.get();
 }
 
 bool waitForStatus(QWidget *button, const QString &status, int timeoutMs)

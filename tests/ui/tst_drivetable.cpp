@@ -138,7 +138,7 @@ private Q_SLOTS:
         QTest::mouseClick(viewport, Qt::LeftButton, {}, empty);
         QTest::qWait(50);
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape1 Selected"));
-        QCOMPARE(vc.selectedDrive.get()->id(), QStringLiteral("tape1"));
+        QCOMPARE(vc.engine.selectedDrive.get()->id(), QStringLiteral("tape1"));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
 
         QTest::mouseClick(viewport, Qt::LeftButton, {},

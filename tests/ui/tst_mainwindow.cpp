@@ -255,7 +255,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, QStringLiteral("tape1 Selected")));
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape1 Selected"));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
-        QCOMPARE(vc.selectedDrive.get()->id(), QStringLiteral("tape1"));
+        QCOMPARE(vc.engine.selectedDrive.get()->id(), QStringLiteral("tape1"));
         QVERIFY(waitForStatus(vc.ui.btnRetriveLog, QStringLiteral("In Process Button")));
         vc.ui.tableView->selectRow(2);
         QVERIFY(waitForPane(vc, QStringLiteral("tape5 Selected")));
@@ -263,7 +263,7 @@ private Q_SLOTS:
         // Clicking empty space clears the selection but keeps the drive.
         vc.ui.tableView->clearSelection();
         QCoreApplication::processEvents();
-        QCOMPARE(vc.selectedDrive.get()->id(), QStringLiteral("tape5"));
+        QCOMPARE(vc.engine.selectedDrive.get()->id(), QStringLiteral("tape5"));
     }
 
     void clearButtonForgetsMountedRecordsOnly()

@@ -2,10 +2,10 @@
 // The account login against a real HTTP server on 127.0.0.1 that this test
 // runs: what goes over the wire, in which order, and where the flow stops.
 
-#include "support/AuthenticateViewController.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
+#include "ui/AuthenticateViewController.h"
 
 #include <QPushButton>
 #include <QTcpServer>

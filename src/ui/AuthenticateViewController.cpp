@@ -1,4 +1,4 @@
-#include "support/AuthenticateViewController.h"
+#include "ui/AuthenticateViewController.h"
 
 #include "tools/Console.h"
 #include "tools/SettingsStore.h"

@@ -1,4 +1,4 @@
-#include "support/WidgetDialogs.h"
+#include "ui/WidgetDialogs.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -14,12 +14,6 @@
 namespace tapedesk {
 
 namespace {
-
-std::unique_ptr<DialogProvider> &providerSlot()
-{
-    static std::unique_ptr<DialogProvider> p = std::make_unique<WidgetDialogs>();
-    return p;
-}
 
 QWidget *dialogParent()
 {
@@ -72,17 +66,6 @@ private:
 };
 
 } // namespace
-
-DialogProvider &dialogs()
-{
-    return *providerSlot();
-}
-
-void setDialogProvider(std::unique_ptr<DialogProvider> provider)
-{
-    if (provider)
-        providerSlot() = std::move(provider);
-}
 
 QString WidgetDialogs::getString(const QString &title, const QString &question, const QString &defaultValue)
 {

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "drives/Drive.h"
+
+#include <QByteArrayView>
+#include <QList>
+#include <QString>
+
+namespace tapedesk {
+
+// The operator's actions, each with its own status image; the clear button
+// has one too.
+enum class Action {
+    Scan,
+    Mount,
+    Format,
+    Test,
+    HostValidation,
+    RetrieveLog,
+    Upgrade,
+    ClearMountedDrives,
+};
+
+// Everything the operations show, as one front end (the main window, a
+// command line, a test) presents it. The engine calls a face only on the
+// thread it lives on, in the order the operations made the changes; the
+// questions go through the DialogProvider the front end installs
+// (support/Dialogs.h).
+class Face
+{
+public:
+    virtual ~Face() = default;
+
+    // The output pane: emptied, or given more text. Each message arrives as
+    // a newline followed by its text; a burst of messages comes in one call.
+    virtual void clearPane() = 0;
+    virtual void appendToPane(const QString &text) = 0;
+    // Status 0 "Complete Button", 1 "Fail Button", 2 "In Process Button",
+    // 3 "Ready Button" (ui/StatusImages).
+    virtual void setStatus(Action action, int status) = 0;
+    // "MOUNT" or "UNMOUNT": what the Mount action does next.
+    virtual void setMountCaption(const QString &caption) = 0;
+    // An operation holds the actions and the drive choice until it ends.
+    virtual void progressStarted() = 0;
+    virtual void progressEnded() = 0;
+    // The drive list was rebuilt or a drive's state changed; `selected` is
+    // the drive the actions act on, when it is among `drives`.
+    virtual void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) = 0;
+    // A tool's output as it arrives, before the run is judged.
+    virtual void toolOutput(QByteArrayView chunk) { (void)chunk; }
+};
+
+} // namespace tapedesk

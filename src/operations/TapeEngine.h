@@ -1,0 +1,208 @@
+#pragma once
+
+#include "drives/Drive.h"
+#include "operations/Face.h"
+#include "operations/MountCheck.h"
+#include "support/Support.h"
+#include "tools/Synchronized.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <atomic>
+#include <functional>
+#include <memory>
+
+class QTimer;
+
+namespace tapedesk {
+
+// The text of the last tool output, carried from one step to the next.
+extern Synchronized<QString> lastStatusFeedBack;
+
+// The tape operations without a window: the state they share, the workflows
+// and their feedback. Each workflow's code lives in its own file under
+// operations/ (see docs/architecture.md); what the operator sees goes through
+// the Face the engine was made with. The engine lives on the GUI thread (the
+// thread of the event loop that runs it); background parts run on the global
+// thread pool and every change they make visible is posted back to it, in
+// the order it was made. One operation runs at a time.
+class TapeEngine : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TapeEngine(Face &face, QObject *parent = nullptr);
+    ~TapeEngine() override;
+    TapeEngine(const TapeEngine &) = delete;
+    TapeEngine &operator=(const TapeEngine &) = delete;
+
+    // Shared state (written from background parts, hence synchronized).
+    Synchronized<DrivePtr> selectedDrive;
+    Synchronized<QString> firmwareFileAndPath;
+    Synchronized<QString> lastExitCode;
+    Synchronized<QString> lastErrorOutput;
+    Synchronized<QString> volume_name;
+    std::atomic<bool> formatTapeEnabled{false};
+    QTimer *timer = nullptr;
+    // How long an unmount waits for an ltfs daemon that still holds the drive
+    // before the pane names it, and again after each further such stretch.
+    qint64 holderReportIntervalMs = 60000;
+    Support support;
+
+    // What the operator asks for. Refused while another operation runs,
+    // except clearing the mounted-drive records, which touches no drive.
+    void perform(Action action);
+    // The operator chose `drive` in the drive list.
+    void selectDrive(const DrivePtr &drive);
+    // The first look once the front end is up: lists the ltfs mounts on the
+    // console, checks the paths and scans, or says what is wrong with them.
+    void start();
+    // Told of every Save of the paths. Checks them again and scans only while
+    // the setup a first start asked for is not yet valid.
+    void preferencesSaved();
+    // True from an operation's startProgress() until its endProgress().
+    bool isBusy() const { return m_busy; }
+
+    // Command runners
+    QString shell(const QString &launchPath, const QStringList &arguments);
+    QString shell(const QString &command);
+
+    // Operation feedback
+    void showResults(bool clear, const QString &result);
+    void setExitCode(const QString &results);
+    void displayError();
+    QString localizedString(const QString &key) const;
+    void changeButtonStatus(Action action, int status, bool showError);
+    void startProgress();
+    void endProgress();
+    // startProgress() at once, for a tool run on the GUI thread's turn.
+    void holdActions();
+    void showCloseAlert(const QString &title, const QString &message,
+                        const std::function<void(bool)> &completion);
+    void refreshDriveTable();
+
+    // Drive scan
+    void scanForDrives();
+
+    // Mount and unmount
+    void mountDrive();
+    bool isTapeMounted();
+    // isTapeMounted() with its third answer: Unknown when the mount table
+    // could not be read.
+    MountAnswer tapeMountAnswer();
+    QString getSelectedDriveAddress();
+    void loadTape();
+    void unLoadTape();
+    void unMountDrive();
+    void waitForUnMount();
+
+    // Format
+    void executeFormatTape();
+    void formatDrive();
+
+    // Firmware, log retrieval, standard test, host validation
+    void updateFirmware();
+    void retrieveLog();
+    void standardTest();
+    void hostValidation();
+    // Runs itdt on the selected drive in the form the diagnostics share (-R
+    // and -LP the output folder, -f the drive's id, then `commandWord`) and
+    // records the result. False, with nothing run, when the itdt path, the
+    // output folder or the selection is unset; otherwise whether the run left
+    // the success code. Defined in operations/standardtest.cpp.
+    bool runDiagnostic(const QString &commandWord);
+    // The checks the log retrieval, the standard test and the host validation
+    // share before they ask anything: paths set, a drive selected, its tape not
+    // mounted (else the alert with these texts). True when the action may go on.
+    bool diagnosticMayStart(const QString &mountedTitle, const QString &mountedText);
+    // The mounted-tape refusal of the firmware update and the diagnostics:
+    // "Error: Tape needs to be un-mounted" and the alert with these texts when
+    // the tape is mounted or the mount table cannot be read. True when refused.
+    bool refuseMountedTape(const QString &mountedTitle, const QString &mountedText);
+
+    // Runs `work` off the GUI thread and waits for it while the event loop
+    // keeps turning (the window painting, queued posts running); user input is
+    // held back, so no second operation can start meanwhile. For tool runs
+    // that belong to the GUI thread's turn (unmount, polls, forced reformat,
+    // eject).
+    QString runResponsive(const std::function<QString()> &work);
+    // True while a tool run started by runResponsive() is in flight.
+    bool isWaitingResponsive() const { return m_responsiveDepth > 0; }
+
+    // Posts `f` to the GUI thread (first in, first out).
+    void postToMain(std::function<void()> f);
+    // Queues `f` on the global thread pool.
+    static void runInBackground(std::function<void()> f);
+
+    // Records a tool's output: an empty output leaves lastExitCode as it was,
+    // otherwise the code is extracted; the output becomes lastStatusFeedBack.
+    void recordResult(const QString &output);
+    // shell() followed by recordResult(); returns the output.
+    QString runTool(const QString &launchPath, const QStringList &arguments);
+    bool lastRunSucceeded() const;
+
+Q_SIGNALS:
+    // A start with no program path stored: the operator has to set them up.
+    void preferencesNeeded();
+
+private:
+    // The actions as the operator asks for them (perform()).
+    void scanAction();
+    void mountAction();
+    void formatAction();
+    void upgradeAction();
+    void retrieveLogAction();
+    void runTestAction();
+    void hostValidationAction();
+    void clearMountedDrivesAction();
+
+    void setBusy(bool busy);
+    // Hands the messages showResults() has collected to the face in one go
+    // (GUI thread). Every other post runs it first, so no visible change
+    // overtakes a message posted before it.
+    void flushPendingOutput();
+    // Loads and validates the paths, then scans or says what is wrong.
+    void checkPathsAndScan();
+    void setMountLabel(const QString &text);
+    // Mount steps act on one drive: the one selected when the mount started.
+    void mountInBackground(const DrivePtr &drive);
+    void runLoadVerb(const DrivePtr &drive, const QString &verb);
+    QString getSelectedDriveAddress(const DrivePtr &drive);
+    // Shows why and fails the Mount action when the drive's name cannot be a
+    // mount point; `operation` is "Mount" or "Unmount".
+    bool refuseUnsafeMountName(const DrivePtr &drive, const QString &operation);
+    QString mountPointOfSelection() const;
+    // Runs "umount -v <mountPoint>" as found by the login shell; true when it
+    // answered that the target is busy.
+    bool runUmount(const QString &mountPoint);
+    // The format's mounted check: Yes also while an ltfs daemon still holds
+    // the drive after its volume left the mount table.
+    MountAnswer formatMountAnswer(const DrivePtr &drive);
+    // Names the ltfs processes an unmount has waited for longer than
+    // holderReportIntervalMs.
+    void reportHolders(const QList<LtfsHolder> &holders);
+
+    Face &m_face;
+    bool m_busy = false;
+    // Set while a first start's setup has not yet produced valid paths.
+    bool m_awaitingSetup = false;
+    int m_responsiveDepth = 0;
+    bool m_pollInFlight = false;
+    // Messages on their way to the pane: how many are still queued, shared
+    // with the posts that carry them (which may outlive the engine), and the
+    // text of those that arrived but are not yet shown.
+    std::shared_ptr<std::atomic<int>> m_queuedMessages = std::make_shared<std::atomic<int>>(0);
+    QString m_collectedMessages;
+    // The volume the unmount waits for, and since when.
+    QString m_unmountPoint;
+    QElapsedTimer m_unmountClock;
+    qint64 m_lastHolderReportMs = 0;
+    QStringList m_lastVolumeUsers;
+    // The drive Format was pressed on: the format goes on only while it is
+    // still the selected drive.
+    DrivePtr m_formatTarget;
+};
+
+} // namespace tapedesk
