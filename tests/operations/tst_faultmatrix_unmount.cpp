@@ -95,11 +95,11 @@ private Q_SLOTS:
         // The last waiting pane may still be one of the busy volume's.
         QStringList lines = paneLines(vc);
         lines.removeIf([&](const QString &line) { return line.startsWith(busy); });
-        QCOMPARE(lines,
-                 (QStringList{QStringLiteral("Waiting for un-mount to complete, please wait..."),
-                              QStringLiteral("Unmounting Tape Complete"),
-                              QStringLiteral("Removing Mounted Record"),
-                              QStringLiteral("Removed Mounted Record"), QStringLiteral("End unMountDrive")}));
+        const QStringList expected{
+            QStringLiteral("Waiting for un-mount to complete, please wait..."),
+            QStringLiteral("Unmounting Tape Complete"), QStringLiteral("Removing Mounted Record"),
+            QStringLiteral("Removed Mounted Record"), QStringLiteral("End unMountDrive")};
+        QVERIFY2(lines == expected, qPrintable(lines.join(QStringLiteral(" | "))));
         QCOMPARE(statusOf(vc.ui.btnMount), QStringLiteral("Complete Button"));
         QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
         QVERIFY(keepsEverything(storeBeforeMount, storeContents()));
