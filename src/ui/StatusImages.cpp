@@ -86,6 +86,22 @@ QString imageName(int status)
     }
 }
 
+QString spokenName(int status)
+{
+    switch (status) {
+    case 0:
+        return QStringLiteral("Complete");
+    case 1:
+        return QStringLiteral("Failed");
+    case 2:
+        return QStringLiteral("In Progress");
+    case 3:
+        return QStringLiteral("Ready");
+    default:
+        return {};
+    }
+}
+
 QIcon icon(int status)
 {
     if (imageName(status).isEmpty())

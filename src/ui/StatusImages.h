@@ -11,6 +11,9 @@ namespace tapedesk {
 namespace StatusImages {
 QString imageName(int status);
 QIcon icon(int status);
+// The image in words, for a screen reader: "Complete", "Failed",
+// "In Progress", "Ready", or empty where there is no image.
+QString spokenName(int status);
 } // namespace StatusImages
 
 } // namespace tapedesk

@@ -95,7 +95,10 @@ void ViewController::buildLayout()
 
     ui.lblMount = new QLabel(QStringLiteral("MOUNT"), central);
     ui.lblMount->setObjectName(QStringLiteral("lblMount"));
-    ui.lblMount->setAccessibleName(QStringLiteral("Mount Action"));
+    // A screen reader reads the caption itself (kept so by setMountCaption);
+    // what it is for goes into the description.
+    ui.lblMount->setAccessibleName(ui.lblMount->text());
+    ui.lblMount->setAccessibleDescription(QStringLiteral("What the Mount button does next"));
     ui.lblMount->setAlignment(Qt::AlignCenter);
     ui.lblMount->setMinimumWidth(90);
     QFont labelFont = ui.lblMount->font();
@@ -319,13 +322,24 @@ void ViewController::setStatus(Action action, int status)
 {
     QPushButton *button = buttonFor(action);
     button->setIcon(StatusImages::icon(status));
-    // Tests and accessibility read the status without decoding pixels.
+    // The image says nothing to a screen reader; the description does, and
+    // setting it raises the event that has the reader announce it. An
+    // unchanged status (choosing another drive) is not announced again.
+    const QString spoken = StatusImages::spokenName(status);
+    if (button->accessibleDescription() != spoken)
+        button->setAccessibleDescription(spoken);
+    // Last, so whoever watches it finds the image and its words in place.
+    // Tests read the status here without decoding pixels.
     button->setProperty("statusImage", StatusImages::imageName(status));
 }
 
 void ViewController::setMountCaption(const QString &caption)
 {
     ui.lblMount->setText(caption);
+    // Named by its text, so a screen reader says what Mount does now; an
+    // unchanged caption is not announced twice.
+    if (ui.lblMount->accessibleName() != caption)
+        ui.lblMount->setAccessibleName(caption);
 }
 
 void ViewController::progressStarted()

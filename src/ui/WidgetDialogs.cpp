@@ -28,7 +28,11 @@ int runMessageBox(QMessageBox::Icon icon, const QString &text, const QString &in
 {
     QMessageBox box(dialogParent());
     box.setIcon(icon);
-    box.setWindowTitle(QString());
+    // The title is what a window list and a screen reader name the alert by;
+    // the message is what the reader goes on to say about it.
+    box.setWindowTitle(text);
+    box.setAccessibleName(text);
+    box.setAccessibleDescription(informative);
     box.setText(text);
     box.setInformativeText(informative);
     QList<QPushButton *> added;
@@ -72,6 +76,8 @@ QString WidgetDialogs::getString(const QString &title, const QString &question, 
     QDialog dialog(dialogParent());
     dialog.setObjectName(QStringLiteral("getStringDialog"));
     dialog.setWindowTitle(title);
+    dialog.setAccessibleName(title);
+    dialog.setAccessibleDescription(question);
     auto *layout = new QVBoxLayout(&dialog);
     auto *titleLabel = new QLabel(title, &dialog);
     QFont bold = titleLabel->font();

@@ -163,7 +163,7 @@ private Q_SLOTS:
             {vc.ui.btnClearPreferences, QStringLiteral("Clear Mounted Drives"), QAccessible::Button},
             {vc.ui.tableView, QStringLiteral("Drives"), QAccessible::Table},
             {vc.ui.rightScrollView, QStringLiteral("Output"), QAccessible::EditableText},
-            {vc.ui.lblMount, QStringLiteral("Mount Action"), QAccessible::StaticText},
+            {vc.ui.lblMount, QStringLiteral("MOUNT"), QAccessible::StaticText},
             {vc.ui.progressIndicator, QStringLiteral("Progress"), QAccessible::ProgressBar},
         };
         for (const auto &[widget, name, role] : controls) {
