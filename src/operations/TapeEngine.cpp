@@ -4,6 +4,7 @@
 
 #include "operations/TapeEngine.h"
 
+#include "operations/ExitCode.h"
 #include "operations/Texts.h"
 #include "tools/Console.h"
 #include "tools/HandOff.h"
@@ -13,6 +14,7 @@
 #include "tools/ToolPaths.h"
 
 #include <QEventLoop>
+#include <QHash>
 #include <QTimer>
 #include <thread>
 
@@ -41,6 +43,13 @@ void TapeEngine::perform(Action action)
         consoleLine(QStringView(QStringLiteral("Another operation is running; the request waits for none.")));
         return;
     }
+    if (!beginOperation(action))
+        return;
+    runStep([&] { performAction(action); });
+}
+
+void TapeEngine::performAction(Action action)
+{
     switch (action) {
     case Action::Scan:
         return scanAction();
@@ -71,11 +80,61 @@ void TapeEngine::selectDrive(const DrivePtr &drive)
     showResults(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
 }
 
+bool TapeEngine::beginOperation(Action action)
+{
+    const bool wasOperating = m_operating;
+    m_operating = true;
+    const DrivePtr drive = selectedDrive.get();
+    if (action == Action::Scan || action == Action::ClearMountedDrives || !drive || m_driveLock.held())
+        return true;
+    const DriveRecord record = drive->record();
+    const QString key = record.serialNumber.isEmpty() ? record.id : record.serialNumber;
+    static const QHash<Action, QString> names{{Action::Mount, QStringLiteral("Mount")},
+                                              {Action::Format, QStringLiteral("Format")},
+                                              {Action::Test, QStringLiteral("Test")},
+                                              {Action::HostValidation, QStringLiteral("Host Validation")},
+                                              {Action::RetrieveLog, QStringLiteral("Retrieve Log")},
+                                              {Action::Upgrade, QStringLiteral("Upgrade")}};
+    QString holder;
+    if (m_driveLock.acquire(key, names.value(action), holder))
+        return true;
+    m_operating = wasOperating;
+    const QString reason = QStringLiteral("Refused: %1 is in use by %2 - one operation at a time per drive")
+                               .arg(record.id, holder);
+    showResults(true, reason);
+    Q_EMIT operationRefused(reason);
+    return false;
+}
+
+void TapeEngine::checkOperationEnded()
+{
+    if (!m_operating || m_busy || m_stepDepth > 0 || m_backgroundParts > 0 || m_queuedSteps->load() > 0 ||
+        (timer && timer->isActive()))
+        return;
+    m_operating = false;
+    m_driveLock.release();
+    Q_EMIT operationEnded();
+}
+
+void TapeEngine::runStep(const std::function<void()> &f)
+{
+    // A dialog or a responsive wait inside the step turns the event loop, and
+    // steps queued meanwhile run inside it: none of them may end the
+    // operation while this one is still under way.
+    ++m_stepDepth;
+    f();
+    --m_stepDepth;
+    checkOperationEnded();
+}
+
 void TapeEngine::start()
 {
-    const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
-    consoleLine(QStringView(mounted));
-    checkPathsAndScan();
+    m_operating = true;
+    runStep([this] {
+        const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
+        consoleLine(QStringView(mounted));
+        checkPathsAndScan();
+    });
 }
 
 void TapeEngine::checkPathsAndScan()
@@ -108,13 +167,23 @@ void TapeEngine::preferencesSaved()
     // Only the setup a first start asked for goes on to a scan: at any other
     // time a Save may come while an operation runs, and the operator scans
     // when ready. Once the paths are valid the setup is over.
-    if (m_awaitingSetup && !m_busy)
-        checkPathsAndScan();
+    if (m_awaitingSetup && !m_busy) {
+        m_operating = true;
+        runStep([this] { checkPathsAndScan(); });
+    }
 }
 
 QString TapeEngine::shell(const QString &launchPath, const QStringList &arguments)
 {
-    return shellLaunch(launchPath, arguments, lastErrorOutput);
+    ChunkObserver live;
+    if (m_liveOutput) {
+        live = [this](OutputStream, QByteArrayView chunk) {
+            post([this, bytes = chunk.toByteArray()] { m_face.toolOutput(bytes); });
+        };
+    }
+    QString output = shellLaunch(launchPath, arguments, lastErrorOutput, live);
+    Q_EMIT toolRan(launchPath, arguments, exitCodeFromOutput(output).value_or(QString()));
+    return output;
 }
 
 QString TapeEngine::shell(const QString &command)
@@ -132,17 +201,60 @@ void TapeEngine::setMountLabel(const QString &text)
     m_face.setMountCaption(text);
 }
 
+void TapeEngine::post(std::function<void()> f)
+{
+    // The count is shared with the post, which is dropped unrun when the
+    // engine goes first; either way the step leaves the count.
+    class Step
+    {
+    public:
+        explicit Step(std::shared_ptr<std::atomic<int>> count) : m_count(std::move(count))
+        {
+            m_count->fetch_add(1);
+        }
+        ~Step() { m_count->fetch_sub(1); }
+        Step(const Step &) = delete;
+        Step &operator=(const Step &) = delete;
+
+    private:
+        std::shared_ptr<std::atomic<int>> m_count;
+    };
+    auto step = std::make_shared<Step>(m_queuedSteps);
+    postTo(this, [this, step = std::move(step), f = std::move(f)]() mutable {
+        runStep([&] {
+            f();
+            step.reset();
+        });
+    });
+}
+
 void TapeEngine::postToMain(std::function<void()> f)
 {
-    postTo(this, [this, f = std::move(f)] {
+    post([this, f = std::move(f)] {
         flushPendingOutput();
         f();
     });
 }
 
+void TapeEngine::postLater(int ms, std::function<void()> f)
+{
+    m_queuedSteps->fetch_add(1);
+    QTimer::singleShot(ms, this, [this, f = std::move(f)] {
+        runStep([&] {
+            m_queuedSteps->fetch_sub(1);
+            f();
+        });
+    });
+}
+
 void TapeEngine::runInBackground(std::function<void()> f)
 {
-    startInBackground(std::move(f));
+    ++m_backgroundParts;
+    startInBackground([this, f = std::move(f)] {
+        f();
+        // Counted down on the GUI thread, behind every post the part made.
+        post([this] { --m_backgroundParts; });
+    });
 }
 
 QString TapeEngine::runResponsive(const std::function<QString()> &work)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "drives/Drive.h"
+#include "operations/DriveLock.h"
 #include "operations/Face.h"
 #include "operations/MountCheck.h"
 #include "support/Support.h"
@@ -64,6 +65,11 @@ public:
     void preferencesSaved();
     // True from an operation's startProgress() until its endProgress().
     bool isBusy() const { return m_busy; }
+    // True from an action (or the start's scan) until nothing of it is left:
+    // no progress, no background part, no queued step, no unmount wait.
+    bool isOperating() const { return m_operating; }
+    // Hands each tool's output to the face as it arrives (Face::toolOutput).
+    void setLiveOutput(bool on) { m_liveOutput = on; }
 
     // Command runners
     QString shell(const QString &launchPath, const QStringList &arguments);
@@ -133,8 +139,10 @@ public:
 
     // Posts `f` to the GUI thread (first in, first out).
     void postToMain(std::function<void()> f);
+    // Runs `f` on the GUI thread after `ms` milliseconds.
+    void postLater(int ms, std::function<void()> f);
     // Queues `f` on the global thread pool.
-    static void runInBackground(std::function<void()> f);
+    void runInBackground(std::function<void()> f);
 
     // Records a tool's output: an empty output leaves lastExitCode as it was,
     // otherwise the code is extracted; the output becomes lastStatusFeedBack.
@@ -146,6 +154,15 @@ public:
 Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
     void preferencesNeeded();
+    // The operation isOperating() told of is over.
+    void operationEnded();
+    // An action was refused before it began (its drive is another
+    // process's); the pane says why.
+    void operationRefused(const QString &reason);
+    // A tool run ended: the program, its arguments and the exit code read
+    // from its output ("" when it printed none). Emitted on the thread that
+    // ran it.
+    void toolRan(const QString &program, const QStringList &arguments, const QString &code);
 
 private:
     // The actions as the operator asks for them (perform()).
@@ -158,7 +175,18 @@ private:
     void hostValidationAction();
     void clearMountedDrivesAction();
 
+    void performAction(Action action);
+    // Runs `f` as one step of the operation, then ends the operation if
+    // nothing of it is left.
+    void runStep(const std::function<void()> &f);
     void setBusy(bool busy);
+    // Posts `f` counted as a queued step of the operation.
+    void post(std::function<void()> f);
+    // Starts an operation: takes the selected drive's lock for `action`
+    // where it acts on a drive. False, after saying why, when it may not.
+    bool beginOperation(Action action);
+    // Ends the operation once nothing of it is left.
+    void checkOperationEnded();
     // Hands the messages showResults() has collected to the face in one go
     // (GUI thread). Every other post runs it first, so no visible change
     // overtakes a message posted before it.
@@ -186,6 +214,14 @@ private:
 
     Face &m_face;
     bool m_busy = false;
+    bool m_operating = false;
+    bool m_liveOutput = false;
+    // Steps of the operation still queued for the GUI thread, and background
+    // parts still running.
+    std::shared_ptr<std::atomic<int>> m_queuedSteps = std::make_shared<std::atomic<int>>(0);
+    int m_backgroundParts = 0; // GUI thread only
+    int m_stepDepth = 0;
+    DriveLock m_driveLock;
     // Set while a first start's setup has not yet produced valid paths.
     bool m_awaitingSetup = false;
     int m_responsiveDepth = 0;

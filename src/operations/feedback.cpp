@@ -68,7 +68,7 @@ void TapeEngine::flushPendingOutput()
 void TapeEngine::showResults(bool clear, const QString &result)
 {
     auto message = std::make_shared<QueuedMessage>(m_queuedMessages);
-    postTo(this, [this, message = std::move(message), clear, result] {
+    post([this, message = std::move(message), clear, result] {
         if (clear) {
             m_collectedMessages.clear();
             m_face.clearPane();

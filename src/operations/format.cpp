@@ -14,8 +14,6 @@
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
 
-#include <QTimer>
-
 namespace tapedesk {
 
 namespace {
@@ -201,7 +199,7 @@ void formatInBackground(TapeEngine &vc, const FormatJob &job)
 void startWhenIdle(TapeEngine &vc, const FormatJob &job)
 {
     if (vc.isBusy()) {
-        QTimer::singleShot(kStartRetryMs, &vc, [&vc, job] { startWhenIdle(vc, job); });
+        vc.postLater(kStartRetryMs, [&vc, job] { startWhenIdle(vc, job); });
         return;
     }
     const DrivePtr drive = stillTarget(vc, job.drive);
@@ -210,7 +208,7 @@ void startWhenIdle(TapeEngine &vc, const FormatJob &job)
     // Held from now on, so no click lands between here and the background
     // part's own startProgress().
     vc.holdActions();
-    TapeEngine::runInBackground([&vc, job] { formatInBackground(vc, job); });
+    vc.runInBackground([&vc, job] { formatInBackground(vc, job); });
 }
 
 } // namespace

@@ -73,7 +73,7 @@ void TapeEngine::unMountDrive()
         timer->deleteLater();
     timer = new QTimer(this);
     timer->setInterval(kPollIntervalMs);
-    connect(timer, &QTimer::timeout, this, &TapeEngine::waitForUnMount);
+    connect(timer, &QTimer::timeout, this, [this] { runStep([this] { waitForUnMount(); }); });
     timer->start();
 
     const QString id = drive->id();

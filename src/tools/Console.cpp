@@ -13,15 +13,25 @@ std::mutex &consoleMutex()
     static std::mutex m;
     return m;
 }
+
+std::FILE *g_stream = stdout; // guarded by consoleMutex()
 } // namespace
+
+void setConsoleStream(std::FILE *stream)
+{
+    std::lock_guard lock(consoleMutex());
+    g_stream = stream;
+}
 
 void consoleLine(QByteArrayView utf8)
 {
     std::lock_guard lock(consoleMutex());
+    if (!g_stream)
+        return;
     if (!utf8.isEmpty())
-        std::fwrite(utf8.data(), 1, static_cast<size_t>(utf8.size()), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+        std::fwrite(utf8.data(), 1, static_cast<size_t>(utf8.size()), g_stream);
+    std::fputc('\n', g_stream);
+    std::fflush(g_stream);
 }
 
 void consoleLine(QStringView text)

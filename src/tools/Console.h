@@ -2,6 +2,7 @@
 
 #include <QByteArrayView>
 #include <QStringView>
+#include <cstdio>
 
 namespace tapedesk {
 
@@ -10,5 +11,10 @@ namespace tapedesk {
 // different threads never interleave.
 void consoleLine(QStringView text);
 void consoleLine(QByteArrayView utf8);
+
+// Where the console goes: standard output (the window's default), standard
+// error, or nowhere (nullptr). A command line keeps its standard output for
+// its own answer.
+void setConsoleStream(std::FILE *stream);
 
 } // namespace tapedesk

@@ -92,9 +92,14 @@ private Q_SLOTS:
         QVERIFY(!mountTableShows(point));
         QVERIFY(waitForPane(vc, QStringLiteral("End unMountDrive"), 30000));
         QVERIFY(waitForIdle(vc));
-        // The last waiting pane may still be one of the busy volume's.
+        // The last waiting pane may still be one of the busy volume's, or one
+        // whose mount table read failed under load (the wait then goes on, as
+        // it should): both depend on when the polls fell.
         QStringList lines = paneLines(vc);
-        lines.removeIf([&](const QString &line) { return line.startsWith(busy); });
+        lines.removeIf([&](const QString &line) {
+            return line.startsWith(busy) ||
+                   line.startsWith(QStringLiteral("The mount table could not be read"));
+        });
         const QStringList expected{
             QStringLiteral("Waiting for un-mount to complete, please wait..."),
             QStringLiteral("Unmounting Tape Complete"), QStringLiteral("Removing Mounted Record"),

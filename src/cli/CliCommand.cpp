@@ -1,0 +1,467 @@
+// tapedesk-cli: the engine's workflows behind a command line. Each command
+// runs the same action the window's button runs, with the same checks and
+// lines; the questions are answered from the flags (CliAnswers), and the
+// verdict is the status the action's button would show.
+
+#include "cli/CliCommand.h"
+
+#include "cli/CliAnswers.h"
+#include "cli/CliFace.h"
+#include "drives/Drive.h"
+#include "operations/TapeEngine.h"
+#include "operations/VolumeName.h"
+#include "tools/Console.h"
+#include "tools/ProcessRunner.h"
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimer>
+#include <atomic>
+#include <cstdio>
+
+namespace tapedesk {
+
+namespace {
+
+std::atomic<int> g_signalStatus{0};
+
+struct Command
+{
+    QString name;
+    Action action;
+    bool needsDrive;
+    QString usage;
+    QString summary;
+};
+
+const QList<Command> &commands()
+{
+    static const QList<Command> list{
+        {QStringLiteral("scan"), Action::Scan, false, QString(), QStringLiteral("List the drives.")},
+        {QStringLiteral("mount"), Action::Mount, true, QStringLiteral("DRIVE --yes"),
+         QStringLiteral("Load the tape and mount its volume on /tmp/ltfs/mnt/<name>.")},
+        {QStringLiteral("unmount"), Action::Mount, true, QStringLiteral("DRIVE"),
+         QStringLiteral("Unmount the volume; ends once ltfs has released the drive.")},
+        {QStringLiteral("format"), Action::Format, true,
+         QStringLiteral("DRIVE --name NAME --then mount|eject [--yes] [--force]"),
+         QStringLiteral("Format the tape under a six-character name.")},
+        {QStringLiteral("firmware"), Action::Upgrade, true, QStringLiteral("DRIVE --file FILE --yes"),
+         QStringLiteral("Update the drive's firmware.")},
+        {QStringLiteral("dump"), Action::RetrieveLog, true, QStringLiteral("DRIVE --to DIR [--yes]"),
+         QStringLiteral("Take a diagnostic dump and save it into DIR.")},
+        {QStringLiteral("test"), Action::Test, true, QStringLiteral("DRIVE --yes"),
+         QStringLiteral("Run the drive's standard test (destroys the tape's data).")},
+        {QStringLiteral("validate"), Action::HostValidation, true, QStringLiteral("DRIVE --yes"),
+         QStringLiteral("Run the host validation (destroys the tape's data).")},
+        {QStringLiteral("clear-mounted"), Action::ClearMountedDrives, false, QString(),
+         QStringLiteral("Forget the mounted-drive records.")},
+        {QStringLiteral("paths"), Action::Scan, false,
+         QStringLiteral("[--itdt P --ltfs P --mkltfs P --output DIR]"),
+         QStringLiteral("Show the tool paths, or set them.")},
+    };
+    return list;
+}
+
+const char *const kExitText = "Exit status:\n"
+                              "  0    the operation succeeded\n"
+                              "  1    the operation failed\n"
+                              "  2    usage error (unknown command, option or drive)\n"
+                              "  3    refused: a question's flag is missing, the drive is in use by another\n"
+                              "       process, mounted where it must not be (or not where it must), or the\n"
+                              "       paths are not set\n"
+                              "  130  ended by SIGINT, 143 ended by SIGTERM\n";
+
+void out(const QString &text, FILE *stream = stdout)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+QString helpText(const QCommandLineParser &parser, const Command *command)
+{
+    QString text;
+    if (command) {
+        text = QStringLiteral("Usage: tapedesk-cli [--json] [--verbose] %1 %2\n\n%3\n\n")
+                   .arg(command->name, command->usage, command->summary);
+    } else {
+        text = QStringLiteral("Usage: tapedesk-cli [--json] [--verbose] COMMAND [DRIVE] [OPTIONS]\n\n"
+                              "Runs TapeDesk's tape workflows without a display. DRIVE is a drive's id,\n"
+                              "name or serial number as a scan lists it.\n\nCommands:\n");
+        for (const Command &c : commands())
+            text += QStringLiteral("  %1 %2\n      %3\n").arg(c.name, c.usage, c.summary);
+        text += QLatin1Char('\n');
+    }
+    // The option list without Qt's own usage line.
+    QString options = parser.helpText();
+    options = options.mid(options.indexOf(QStringLiteral("Options:")));
+    text += options + QLatin1Char('\n') + QString::fromLatin1(kExitText);
+    return text;
+}
+
+// Runs the event loop until the engine's operation is over or a signal came.
+void waitForOperation(TapeEngine &engine)
+{
+    QEventLoop loop;
+    QObject::connect(&engine, &TapeEngine::operationEnded, &loop, &QEventLoop::quit);
+    QTimer signalWatch;
+    QObject::connect(&signalWatch, &QTimer::timeout, &loop, [&loop] {
+        if (g_signalStatus.load() == 0)
+            return;
+        // The running tool and its process group end at once (not in the
+        // handler: the list of children is behind a lock).
+        children::killAll();
+        loop.quit();
+    });
+    signalWatch.start(50);
+    if (engine.isOperating() && g_signalStatus.load() == 0)
+        loop.exec();
+    // What an action that never began (a refusal) still has on its way.
+    QCoreApplication::processEvents();
+}
+
+QJsonObject driveJson(const DrivePtr &drive)
+{
+    const DriveRecord r = drive->record();
+    return {{QStringLiteral("id"), r.id},
+            {QStringLiteral("name"), r.name},
+            {QStringLiteral("serial"), r.serialNumber},
+            {QStringLiteral("mounted"), r.mounted}};
+}
+
+// The drives as the operator tells them apart. The list holds a drive twice
+// when it is both scanned and remembered as mounted by TapeDesk; the
+// remembered record is the one that knows it is mounted.
+QList<DrivePtr> distinctDrives(const QList<DrivePtr> &listed)
+{
+    QList<DrivePtr> drives;
+    for (const DrivePtr &d : listed) {
+        const QString id = d->id();
+        const auto same =
+            std::find_if(drives.begin(), drives.end(), [&](const DrivePtr &e) { return e->id() == id; });
+        if (same == drives.end())
+            drives << d;
+        else if (d->mounted())
+            *same = d;
+    }
+    return drives;
+}
+
+class Run
+{
+public:
+    Run(const Command &command, QCommandLineParser &parser, const CliFlags &flags)
+        : m_command(command), m_parser(parser), m_answers(new CliAnswers(flags)), m_engine(m_face)
+    {
+        setDialogProvider(std::unique_ptr<DialogProvider>(m_answers));
+        m_json = parser.isSet(QStringLiteral("json"));
+        m_face.printing = !m_json;
+        m_face.liveToStderr = parser.isSet(QStringLiteral("verbose"));
+        m_engine.setLiveOutput(m_face.liveToStderr);
+        // The window's console (tool banners, parser values) is for --verbose
+        // only, and never on standard output, which carries the answer.
+        setConsoleStream(m_face.liveToStderr ? stderr : nullptr);
+        QObject::connect(&m_engine, &TapeEngine::toolRan, &m_engine,
+                         [this](const QString &program, const QStringList &arguments, const QString &code) {
+                             m_tools.append(QJsonObject{
+                                 {QStringLiteral("program"), program},
+                                 {QStringLiteral("arguments"), QJsonArray::fromStringList(arguments)},
+                                 {QStringLiteral("code"), code}});
+                         });
+        QObject::connect(&m_engine, &TapeEngine::operationRefused, &m_engine,
+                         [this](const QString &reason) { m_refusal = reason; });
+        m_started = QDateTime::currentDateTime();
+        m_clock.start();
+    }
+
+    int execute()
+    {
+        const int status = m_command.name == QStringLiteral("paths") ? paths() : operation();
+        const int final = g_signalStatus.load() != 0 ? g_signalStatus.load() : status;
+        if (m_json)
+            printJson(final);
+        return final;
+    }
+
+private:
+    int refuse(const QString &why)
+    {
+        m_face.transcript << why;
+        if (!m_json)
+            out(why + QLatin1Char('\n'), stderr);
+        return CliStatus::refused;
+    }
+
+    int usageError(const QString &why)
+    {
+        m_face.transcript << why;
+        out(why + QLatin1Char('\n'), stderr);
+        return CliStatus::usage;
+    }
+
+    int paths()
+    {
+        const std::pair<QString, QString> fields[] = {{QStringLiteral("itdt"), PreferenceKeys::itdt},
+                                                      {QStringLiteral("ltfs"), PreferenceKeys::ltfs},
+                                                      {QStringLiteral("mkltfs"), PreferenceKeys::mkltfs},
+                                                      {QStringLiteral("output"), PreferenceKeys::output}};
+        bool changed = false;
+        for (const auto &[option, key] : fields) {
+            if (!m_parser.isSet(option))
+                continue;
+            changed = true;
+            if (!SettingsStore::setText(key, m_parser.value(option)))
+                return fail(
+                    QStringLiteral("Preferences could not be saved to %1.").arg(SettingsStore::fileName()));
+        }
+        const bool valid = preferencesValid();
+        if (changed && OUTPUT_FOLDER.get())
+            QDir().mkpath(*OUTPUT_FOLDER.get());
+        for (const auto &[option, key] : fields)
+            say(QStringLiteral("%1: %2").arg(option,
+                                             SettingsStore::text(key).value_or(QStringLiteral("(not set)"))));
+        if (valid)
+            return CliStatus::ok;
+        say(QStringLiteral("Looks like preferences settings could be wrong."));
+        if (!noToolPathSet())
+            say(preferencesProblem());
+        return changed ? CliStatus::failed : CliStatus::refused;
+    }
+
+    int fail(const QString &why)
+    {
+        say(why);
+        return CliStatus::failed;
+    }
+
+    void say(const QString &line)
+    {
+        m_face.transcript << line;
+        if (!m_json)
+            out(line + QLatin1Char('\n'));
+    }
+
+    int operation()
+    {
+        if (!preferencesValid()) {
+            const QString problem = noToolPathSet()
+                                        ? QStringLiteral("no tool path is set (tapedesk-cli paths --help)")
+                                        : preferencesProblem();
+            return refuse(QStringLiteral("Looks like preferences settings could be wrong: ") + problem);
+        }
+        if (m_command.action == Action::ClearMountedDrives || m_command.name == QStringLiteral("scan")) {
+            m_engine.perform(m_command.action);
+            waitForOperation(m_engine);
+            if (m_command.name == QStringLiteral("scan")) {
+                for (const DrivePtr &d : distinctDrives(m_face.drives))
+                    m_drives.append(driveJson(d));
+                return m_face.statusOf(Action::Scan) == 0 ? CliStatus::ok : CliStatus::failed;
+            }
+            return CliStatus::ok;
+        }
+        if (const int flagsStatus = checkFlagsFirst(); flagsStatus != CliStatus::ok)
+            return flagsStatus;
+
+        // The drive is found the way the operator finds it: by a scan.
+        m_face.quiet = true;
+        m_engine.perform(Action::Scan);
+        waitForOperation(m_engine);
+        m_face.quiet = false;
+        if (g_signalStatus.load() != 0)
+            return CliStatus::failed;
+        const QString wanted = m_parser.positionalArguments().value(1);
+        const QList<DrivePtr> drives = distinctDrives(driveList.snapshot());
+        QList<DrivePtr> matches;
+        for (const DrivePtr &d : drives) {
+            const DriveRecord r = d->record();
+            if (r.id == wanted || r.name == wanted || r.serialNumber == wanted)
+                matches << d;
+        }
+        if (matches.size() != 1) {
+            QString why =
+                QStringLiteral("%1 drive \"%2\". The drives are:")
+                    .arg(matches.isEmpty() ? QStringLiteral("No") : QStringLiteral("More than one"), wanted);
+            for (const DrivePtr &d : drives) {
+                const DriveRecord r = d->record();
+                why += QStringLiteral("\n  %1  name %2  serial %3%4")
+                           .arg(r.id, r.name, r.serialNumber,
+                                r.mounted ? QStringLiteral("  (mounted)") : QString());
+            }
+            return usageError(why);
+        }
+        m_drive = matches.constFirst();
+        // The Mount action unmounts a mounted drive: each command asks for
+        // the one it means.
+        const bool mounted = m_drive->mounted();
+        if (m_command.name == QStringLiteral("mount") && mounted)
+            return refuse(m_drive->id() + QStringLiteral(" is already mounted; unmount it first."));
+        if (m_command.name == QStringLiteral("unmount") && !mounted)
+            return refuse(m_drive->id() + QStringLiteral(" is not mounted by TapeDesk."));
+
+        m_face.quiet = true;
+        m_engine.selectDrive(m_drive);
+        QCoreApplication::processEvents(); // the selection's own lines stay unshown
+        m_face.quiet = false;
+
+        m_engine.perform(m_command.action);
+        waitForOperation(m_engine);
+        if (g_signalStatus.load() != 0)
+            return CliStatus::failed;
+        if (!m_refusal.isEmpty())
+            return CliStatus::refused;
+        if (!m_answers->missingFlag().isEmpty()) {
+            out(QStringLiteral("Refused: the question above needs %1.\n").arg(m_answers->missingFlag()),
+                stderr);
+            return CliStatus::refused;
+        }
+        if (!m_answers->refusal().isEmpty())
+            return CliStatus::refused;
+        // The format's verdict is on the Mount button, as in the window.
+        const Action judged = m_command.action == Action::Format ? Action::Mount : m_command.action;
+        return m_face.statusOf(judged) == 0 ? CliStatus::ok : CliStatus::failed;
+    }
+
+    // Flags whose question would only come after something has changed are
+    // demanded before anything runs.
+    int checkFlagsFirst()
+    {
+        if (m_parser.positionalArguments().size() < 2)
+            return usageError(
+                QStringLiteral("%1 needs a DRIVE: tapedesk-cli %1 %2").arg(m_command.name, m_command.usage));
+        if (m_command.name != QStringLiteral("format"))
+            return CliStatus::ok;
+        if (!m_parser.isSet(QStringLiteral("name")))
+            return refuse(
+                QStringLiteral("Refused: format needs --name NAME (6 character alphanumeric: EG: KT1234)."));
+        if (!isValidVolumeName(m_parser.value(QStringLiteral("name"))))
+            return usageError(
+                QStringLiteral("name entered is invalid: %1 (6 character alphanumeric: EG: KT1234)")
+                    .arg(m_parser.value(QStringLiteral("name"))));
+        const QString then = m_parser.value(QStringLiteral("then"));
+        if (then.isEmpty())
+            return refuse(
+                QStringLiteral("Refused: format needs --then mount or --then eject (what follows it)."));
+        if (then != QStringLiteral("mount") && then != QStringLiteral("eject"))
+            return usageError(QStringLiteral("--then takes mount or eject, not %1").arg(then));
+        return CliStatus::ok;
+    }
+
+    void printJson(int status)
+    {
+        static const QHash<int, QString> verdicts{{CliStatus::ok, QStringLiteral("success")},
+                                                  {CliStatus::failed, QStringLiteral("failed")},
+                                                  {CliStatus::usage, QStringLiteral("usage")},
+                                                  {CliStatus::refused, QStringLiteral("refused")}};
+        QJsonObject o{{QStringLiteral("command"), m_command.name},
+                      {QStringLiteral("verdict"), verdicts.value(status, QStringLiteral("interrupted"))},
+                      {QStringLiteral("exitStatus"), status},
+                      {QStringLiteral("drive"), m_drive ? QJsonValue(driveJson(m_drive)) : QJsonValue()},
+                      {QStringLiteral("transcript"), QJsonArray::fromStringList(m_face.transcript)},
+                      {QStringLiteral("tools"), m_tools},
+                      {QStringLiteral("startedAt"), m_started.toString(Qt::ISODateWithMs)},
+                      {QStringLiteral("seconds"), static_cast<double>(m_clock.elapsed()) / 1000.0}};
+        if (m_command.name == QStringLiteral("scan"))
+            o.insert(QStringLiteral("drives"), m_drives);
+        out(QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact)) + QLatin1Char('\n'));
+    }
+
+    const Command &m_command;
+    QCommandLineParser &m_parser;
+    CliFace m_face;
+    CliAnswers *m_answers; // owned by the dialog slot
+    TapeEngine m_engine;
+    bool m_json = false;
+    DrivePtr m_drive;
+    QJsonArray m_tools;
+    QJsonArray m_drives;
+    QString m_refusal;
+    QDateTime m_started;
+    QElapsedTimer m_clock;
+};
+
+} // namespace
+
+void noteSignal(int signalNumber)
+{
+    g_signalStatus.store(128 + signalNumber);
+}
+
+int runCli(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("TapeDesk's tape workflows without a display."));
+    parser.addOptions({
+        {QStringLiteral("json"),
+         QStringLiteral("Print one JSON object at the end, and nothing else on standard output.")},
+        {QStringLiteral("verbose"),
+         QStringLiteral("Show the running tool's output on standard error as it arrives.")},
+        {QStringLiteral("yes"),
+         QStringLiteral("Answer OK to the confirmations (mount, test, validate, firmware, replace).")},
+        {QStringLiteral("force"),
+         QStringLiteral("Reformat a tape that already holds a volume (its data is lost).")},
+        {QStringLiteral("name"), QStringLiteral("The volume name of a format (6 letters or digits)."),
+         QStringLiteral("NAME")},
+        {QStringLiteral("then"), QStringLiteral("After a format: mount the new volume or eject the tape."),
+         QStringLiteral("mount|eject")},
+        {QStringLiteral("file"), QStringLiteral("The firmware file (.fmrz or .fm)."), QStringLiteral("FILE")},
+        {QStringLiteral("to"), QStringLiteral("The folder the dump is saved into."), QStringLiteral("DIR")},
+        {QStringLiteral("itdt"), QStringLiteral("Set the path of itdt."), QStringLiteral("P")},
+        {QStringLiteral("ltfs"), QStringLiteral("Set the path of ltfs."), QStringLiteral("P")},
+        {QStringLiteral("mkltfs"), QStringLiteral("Set the path of mkltfs."), QStringLiteral("P")},
+        {QStringLiteral("output"), QStringLiteral("Set the folder itdt writes its reports to."),
+         QStringLiteral("DIR")},
+    });
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Show this help."));
+    const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Show the version."));
+    parser.addOption(help);
+    parser.addOption(version);
+    parser.addPositionalArgument(QStringLiteral("COMMAND"), QStringLiteral("What to do."));
+    parser.addPositionalArgument(QStringLiteral("DRIVE"),
+                                 QStringLiteral("The drive: id, name or serial number."));
+
+    if (!parser.parse(QStringList{QStringLiteral("tapedesk-cli")} + arguments)) {
+        out(parser.errorText() + QStringLiteral("\nSee tapedesk-cli --help.\n"), stderr);
+        return CliStatus::usage;
+    }
+    const QString name = parser.positionalArguments().value(0);
+    const Command *command = nullptr;
+    for (const Command &c : commands())
+        if (c.name == name)
+            command = &c;
+    if (parser.isSet(version)) {
+        out(QStringLiteral("tapedesk-cli %1\n").arg(QCoreApplication::applicationVersion()));
+        return CliStatus::ok;
+    }
+    if (parser.isSet(help)) {
+        out(helpText(parser, command));
+        return CliStatus::ok;
+    }
+    if (!command) {
+        out((name.isEmpty() ? QStringLiteral("No command given.")
+                            : QStringLiteral("Unknown command: ") + name) +
+                QStringLiteral("\nSee tapedesk-cli --help.\n"),
+            stderr);
+        return CliStatus::usage;
+    }
+    CliFlags flags;
+    flags.yes = parser.isSet(QStringLiteral("yes"));
+    flags.force = parser.isSet(QStringLiteral("force"));
+    flags.name = parser.value(QStringLiteral("name"));
+    flags.then = parser.value(QStringLiteral("then"));
+    flags.file = parser.value(QStringLiteral("file"));
+    flags.to = parser.value(QStringLiteral("to"));
+    Run run(*command, parser, flags);
+    return run.execute();
+}
+
+} // namespace tapedesk
