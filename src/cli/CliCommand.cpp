@@ -97,8 +97,10 @@ QString helpText(const QCommandLineParser &parser, const Command *command)
         text = QStringLiteral("Usage: tapedesk-cli [--json] [--verbose] COMMAND [DRIVE] [OPTIONS]\n\n"
                               "Runs TapeDesk's tape workflows without a display. DRIVE is a drive's id,\n"
                               "name or serial number as a scan lists it.\n\nCommands:\n");
-        for (const Command &c : commands())
-            text += QStringLiteral("  %1 %2\n      %3\n").arg(c.name, c.usage, c.summary);
+        for (const Command &c : commands()) {
+            const QString call = c.usage.isEmpty() ? c.name : c.name + QLatin1Char(' ') + c.usage;
+            text += QStringLiteral("  %1\n%2%3\n").arg(call, QString(24, QLatin1Char(' ')), c.summary);
+        }
         text += QLatin1Char('\n');
     }
     // The option list without Qt's own usage line.
