@@ -116,12 +116,13 @@ void waitForOperation(TapeEngine &engine)
     QEventLoop loop;
     QObject::connect(&engine, &TapeEngine::operationEnded, &loop, &QEventLoop::quit);
     QTimer signalWatch;
-    QObject::connect(&signalWatch, &QTimer::timeout, &loop, [&loop] {
+    QObject::connect(&signalWatch, &QTimer::timeout, &loop, [&loop, &engine] {
         if (g_signalStatus.load() == 0)
             return;
-        // The running tool and its process group end at once (not in the
-        // handler: the list of children is behind a lock).
-        children::killAll();
+        // The running tool and its process group end at once, and no later
+        // step starts another (not in the handler: the list of children is
+        // behind a lock).
+        engine.abandon();
         loop.quit();
     });
     signalWatch.start(50);

@@ -30,8 +30,9 @@ TapeEngine::~TapeEngine()
 {
     SettingsStore::setProblemListener({});
     // Background parts post back to this engine; let them finish first. A
-    // hung tool would keep them forever, so its process goes first.
-    children::killAll();
+    // hung tool would keep them forever, so its process goes first, and no
+    // step after it may start another.
+    abandon();
     waitForBackground();
 }
 
@@ -173,8 +174,17 @@ void TapeEngine::preferencesSaved()
     }
 }
 
+void TapeEngine::abandon()
+{
+    m_abandoned = true;
+    children::killAll();
+}
+
 QString TapeEngine::shell(const QString &launchPath, const QStringList &arguments)
 {
+    // As a tool that printed nothing: every workflow reads that as a failure.
+    if (m_abandoned)
+        return {};
     ChunkObserver live;
     if (m_liveOutput) {
         live = [this](OutputStream, QByteArrayView chunk) {

@@ -68,6 +68,10 @@ public:
     // True from an action (or the start's scan) until nothing of it is left:
     // no progress, no background part, no queued step, no unmount wait.
     bool isOperating() const { return m_operating; }
+    // Ends the running tools with their process groups and starts no other:
+    // for a front end that is going away (a signal, the window closing). The
+    // workflow under way then fails at its next step without touching a drive.
+    void abandon();
     // Hands each tool's output to the face as it arrives (Face::toolOutput).
     void setLiveOutput(bool on) { m_liveOutput = on; }
 
@@ -216,6 +220,7 @@ private:
     bool m_busy = false;
     bool m_operating = false;
     bool m_liveOutput = false;
+    std::atomic<bool> m_abandoned{false};
     // Steps of the operation still queued for the GUI thread, and background
     // parts still running.
     std::shared_ptr<std::atomic<int>> m_queuedSteps = std::make_shared<std::atomic<int>>(0);

@@ -206,11 +206,17 @@ private Q_SLOTS:
         QCOMPARE(first->exitCode(), 0);
 
         std::unique_ptr<QProcess> stopped(startCli({"test", "72", "--yes"}, "0.5"));
-        QVERIFY(waitUntil(
-            [&] { return !simInvocations(simLogPath()).isEmpty() && !readFile(lockFile).isEmpty(); }));
+        // Stopped while the drive loads the tape, the test's first phase.
+        QVERIFY(waitUntil([&] {
+            const QList<QStringList> runs = simInvocations(simLogPath());
+            return !runs.isEmpty() && runs.last().endsWith(QStringLiteral("load"));
+        }));
+        const qsizetype runsBefore = simInvocations(simLogPath()).size();
         ::kill(static_cast<pid_t>(stopped->processId()), SIGTERM);
         QVERIFY(stopped->waitForFinished(10000));
         QCOMPARE(stopped->exitCode(), 143);
+        // The test's later phases never start once the signal came.
+        QCOMPARE(simInvocations(simLogPath()).size(), runsBefore);
         QCOMPARE(QProcess::execute(QStringLiteral("pgrep"), {QStringLiteral("-f"), simBinDir() + "/itdt"}),
                  1);
     }
