@@ -9,7 +9,6 @@
 #include "operations/Texts.h"
 #include "support/Dialogs.h"
 #include "tools/Console.h"
-#include "tools/HandOff.h"
 
 #include <atomic>
 #include <memory>
