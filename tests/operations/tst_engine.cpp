@@ -6,7 +6,7 @@
 #include "drives/Drive.h"
 #include "drives/DriveStateStore.h"
 #include "operations/TapeEngine.h"
-#include "support/Dialogs.h"
+#include "support/EngineHarness.h"
 #include "support/TestEnv.h"
 
 #include <QCoreApplication>
@@ -14,69 +14,6 @@
 
 using namespace tapedesk;
 using namespace tapedesk::test;
-
-namespace {
-
-// What the engine showed, in the order it showed it.
-class RecordingFace final : public Face
-{
-public:
-    QString pane;
-    QStringList events; // statuses, captions, progress, drive lists
-    bool busy = false;
-
-    void clearPane() override { pane.clear(); }
-    void appendToPane(const QString &text) override { pane += text; }
-    void setStatus(Action action, int status) override
-    {
-        events << QStringLiteral("status %1 %2").arg(static_cast<int>(action)).arg(status);
-    }
-    void setMountCaption(const QString &caption) override { events << QStringLiteral("caption ") + caption; }
-    void progressStarted() override
-    {
-        busy = true;
-        events << QStringLiteral("progress started");
-    }
-    void progressEnded() override
-    {
-        busy = false;
-        events << QStringLiteral("progress ended");
-    }
-    void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &) override
-    {
-        listed = drives;
-        events << QStringLiteral("drives %1").arg(drives.size());
-    }
-    QList<DrivePtr> listed;
-};
-
-// Answers every question with its first button and records the titles.
-class FirstButton final : public DialogProvider
-{
-public:
-    QStringList *asked;
-    explicit FirstButton(QStringList *log) : asked(log) {}
-    QString getString(const QString &title, const QString &, const QString &) override
-    {
-        *asked << title;
-        return QStringLiteral("-1");
-    }
-    int userOptionPrompt(const QString &title, const QString &, const QString &, const QString &) override
-    {
-        *asked << title;
-        return 0;
-    }
-    QString pickFile(const QStringList &) override { return {}; }
-    QString pickFolder() override { return QStringLiteral("-1"); }
-    bool confirm(const QString &title, const QString &) override
-    {
-        *asked << title;
-        return true;
-    }
-    void inform(const QString &title, const QString &) override { *asked << title; }
-};
-
-} // namespace
 
 class EngineTest : public QObject
 {
@@ -89,7 +26,7 @@ private Q_SLOTS:
         qputenv("TAPESIM_UNMOUNT_DELAY", "0");
         useSimulator();
         QStringList asked;
-        setDialogProvider(std::make_unique<FirstButton>(&asked));
+        answerWith({QStringLiteral("0")}, &asked);
         RecordingFace face;
         TapeEngine engine(face);
 
