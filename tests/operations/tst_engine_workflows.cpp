@@ -1,0 +1,450 @@
+// ctest-timeout: 600
+// Every workflow against the simulator (or a tiny fake tool), through the
+// engine and a recording face: each case of tests/data/workflows.scn sets up
+// the library, the faults and the operator's answers, performs actions and
+// checks the pane, the questions, the statuses, the tools that ran and the
+// records left behind. The format is described at the top of that file.
+
+#include "drives/DriveStateStore.h"
+#include "support/EngineHarness.h"
+#include "support/TestEnv.h"
+#include "tools/Console.h"
+#include "tools/ProcessRunner.h"
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTest>
+#include <QTimer>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+QString logPath()
+{
+    return TestHome::path() + QStringLiteral("/sim.log");
+}
+
+// Every simulated run since the log was emptied: the tool, then its arguments.
+QList<QStringList> runs()
+{
+    QList<QStringList> all;
+    for (const QByteArray &line : readFile(logPath()).split('\n')) {
+        QStringList argv;
+        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
+            argv << v.toString();
+        if (!argv.isEmpty())
+            all << argv;
+    }
+    return all;
+}
+
+// "tool" or "tool:word" (the run's arguments hold `word` or one starting with it).
+bool runMatches(const QStringList &argv, const QString &token)
+{
+    const QString tool = token.section(QLatin1Char(':'), 0, 0);
+    const QString word = token.section(QLatin1Char(':'), 1);
+    if (argv.constFirst() != tool)
+        return false;
+    return word.isEmpty() || std::any_of(argv.cbegin() + 1, argv.cend(),
+                                         [&](const QString &a) { return a == word || a.startsWith(word); });
+}
+
+QMap<QString, QVariant> storeContents()
+{
+    QSettings s(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("TapeDesk"),
+                QStringLiteral("TapeDesk"));
+    s.sync();
+    QMap<QString, QVariant> all;
+    for (const QString &k : s.allKeys())
+        all.insert(k, s.value(k));
+    return all;
+}
+
+const QMap<QString, Action> kActions{
+    {QStringLiteral("scan"), Action::Scan},
+    {QStringLiteral("mount"), Action::Mount},
+    {QStringLiteral("format"), Action::Format},
+    {QStringLiteral("test"), Action::Test},
+    {QStringLiteral("validate"), Action::HostValidation},
+    {QStringLiteral("dump"), Action::RetrieveLog},
+    {QStringLiteral("upgrade"), Action::Upgrade},
+    {QStringLiteral("clear"), Action::ClearMountedDrives},
+};
+
+const QStringList kStatusNames{QStringLiteral("complete"), QStringLiteral("fail"),
+                               QStringLiteral("inprocess"), QStringLiteral("ready")};
+
+struct Scenario
+{
+    QString name;
+    QStringList lines;
+};
+
+QList<Scenario> loadScenarios()
+{
+    QList<Scenario> all;
+    const QString text =
+        QString::fromUtf8(readFile(QStringLiteral(TAPEDESK_SOURCE_DIR "/tests/data/workflows.scn")));
+    for (const QString &line : text.split(QLatin1Char('\n'))) {
+        if (line.startsWith(QStringLiteral("=== ")))
+            all.append({line.mid(4), {}});
+        else if (!all.isEmpty() && !line.startsWith(QLatin1Char('#')) && !line.trimmed().isEmpty())
+            all.last().lines << line;
+    }
+    // "NAME {a,b}" is one case per value: "{}" in a line stands for it, and a
+    // line "[a] ..." belongs to the case of value a only.
+    static const QRegularExpression values(QStringLiteral("\\{([^}]+)\\}$"));
+    QList<Scenario> expanded;
+    for (const Scenario &s : all) {
+        const QRegularExpressionMatch m = values.match(s.name);
+        if (!m.hasMatch()) {
+            expanded << s;
+            continue;
+        }
+        for (const QString &v : m.captured(1).split(QLatin1Char(','))) {
+            Scenario one{s.name.left(m.capturedStart()) + v, {}};
+            for (QString line : s.lines) {
+                if (line.startsWith(QLatin1Char('['))) {
+                    const QStringList only =
+                        line.mid(1, line.indexOf(QLatin1Char(']')) - 1).split(QLatin1Char(','));
+                    if (!only.contains(v))
+                        continue;
+                    line = line.mid(line.indexOf(QLatin1Char(']')) + 2);
+                }
+                one.lines << line.replace(QStringLiteral("{}"), v);
+            }
+            expanded << one;
+        }
+    }
+    return expanded;
+}
+
+QString expand(QString s)
+{
+    return s.replace(QStringLiteral("$HOME"), TestHome::path())
+        .replace(QStringLiteral("\\n"), QStringLiteral("\n"));
+}
+
+// Kills the running tools once the simulator has started a run matching
+// `token`: what quitting does to a tool that hangs.
+class HangKiller
+{
+public:
+    explicit HangKiller(const QString &token)
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, [token] {
+            const QList<QStringList> all = runs();
+            if (children::liveCount() > 0 && std::any_of(all.cbegin(), all.cend(), [&](const QStringList &r) {
+                    return runMatches(r, token);
+                }))
+                children::killAll();
+        });
+        m_timer.start(20);
+    }
+
+private:
+    QTimer m_timer;
+};
+
+// Where a case failed: its line, what was expected and what was found.
+QString mismatch(const QString &line, const QString &actual)
+{
+    return QStringLiteral("%1\n    found: %2").arg(line, actual);
+}
+
+} // namespace
+
+class WorkflowTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup()
+    {
+        qunsetenv("TAPESIM_FAIL");
+        qunsetenv("TAPESIM_UNMOUNT_DELAY");
+        QVERIFY(QTest::qWaitFor([] { return children::liveCount() == 0; }, 15000));
+        resetSimulator();
+    }
+
+    void workflow_data()
+    {
+        QTest::addColumn<QStringList>("lines");
+        const QList<Scenario> all = loadScenarios();
+        QVERIFY(!all.isEmpty());
+        for (const Scenario &s : all)
+            QTest::newRow(qPrintable(s.name)) << s.lines;
+    }
+
+    void workflow()
+    {
+        QFETCH(QStringList, lines);
+        QString failures;
+        runScenario(lines, failures);
+        QVERIFY2(failures.isEmpty(), qPrintable(failures));
+    }
+
+private:
+    static void freshCase(const QByteArray &stateIni)
+    {
+        resetSimulator();
+        if (!stateIni.isEmpty()) {
+            const QString home = qEnvironmentVariable("TAPESIM_HOME");
+            QDir().mkpath(home);
+            QFile f(home + QStringLiteral("/state.ini"));
+            if (f.open(QIODevice::WriteOnly))
+                f.write(stateIni);
+        }
+        QFile::remove(logPath());
+        for (const char *folder : {"output", "saved", "fw", "fake"})
+            QDir(TestHome::path() + QLatin1Char('/') + QLatin1String(folder)).removeRecursively();
+        // the mount points of this test's own drives (tape51, tape52)
+        for (const char *point : {"/tmp/ltfs/mnt/51", "/tmp/ltfs/mnt/52"}) {
+            QDir(QLatin1String(point)).removeRecursively();
+            QFile::remove(QLatin1String(point));
+        }
+        qputenv("TAPESIM_LOG", QFile::encodeName(logPath()));
+        SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
+        mountedDrives.set({});
+        driveList.clear();
+        useSimulator();
+    }
+
+    static void runScenario(const QStringList &lines, QString &failures)
+    {
+        // Blocks: "state" and "fake TOOL" up to "end"; "pane" then "| " lines.
+        QByteArray stateIni;
+        for (int i = 0; i < lines.size(); ++i) {
+            if (lines[i] != QStringLiteral("state"))
+                continue;
+            while (++i < lines.size() && lines[i] != QStringLiteral("end"))
+                stateIni += lines[i].toUtf8() + '\n';
+        }
+        freshCase(stateIni);
+
+        RecordingFace face;
+        QStringList asked;
+        QStringList script;
+        answerWith({}, &asked);
+        TapeEngine engine(face);
+        QStringList recordedRuns; // what ran up to the end of the last action
+        std::unique_ptr<QTimer> healer;
+        QMap<QString, QVariant> storeBefore;
+        const auto fail = [&](const QString &line, const QString &actual) {
+            failures += mismatch(line, actual) + QLatin1Char('\n');
+        };
+
+        for (int i = 0; i < lines.size(); ++i) {
+            const QString &line = lines[i];
+            const QString word = line.section(QLatin1Char(' '), 0, 0);
+            const QString rest = expand(line.section(QLatin1Char(' '), 1));
+            if (word == QStringLiteral("state")) {
+                while (++i < lines.size() && lines[i] != QStringLiteral("end")) {
+                }
+            } else if (word == QStringLiteral("fake")) {
+                QString body;
+                while (++i < lines.size() && lines[i] != QStringLiteral("end"))
+                    body += expand(lines[i]) + QLatin1Char('\n');
+                const QString path = writeScript(makeDir(QStringLiteral("fake")), rest, body);
+                OptionalPath &target = rest == QStringLiteral("itdt")   ? ITDT_PATH
+                                       : rest == QStringLiteral("ltfs") ? LTFS_PATH
+                                                                        : MKLTFS_PATH;
+                target.set(path);
+            } else if (word == QStringLiteral("env")) {
+                qputenv(qPrintable(rest.section(QLatin1Char('='), 0, 0)),
+                        rest.section(QLatin1Char('='), 1).toUtf8());
+            } else if (word == QStringLiteral("holders")) {
+                engine.holderReportIntervalMs = rest.toInt();
+            } else if (word == QStringLiteral("heal-when")) {
+                // drops the fault once the pane shows `rest`
+                healer = std::make_unique<QTimer>();
+                QObject::connect(healer.get(), &QTimer::timeout, [&face, rest] {
+                    if (face.pane.contains(rest))
+                        qunsetenv("TAPESIM_FAIL");
+                });
+                healer->start(20);
+            } else if (word == QStringLiteral("fault")) {
+                qputenv("TAPESIM_FAIL", rest.toUtf8());
+            } else if (word == QStringLiteral("path")) {
+                // "path itdt" unsets it, "path itdt VALUE" sets it
+                const QString key = rest.section(QLatin1Char(' '), 0, 0);
+                const QString value = rest.section(QLatin1Char(' '), 1);
+                OptionalPath &p = key == QStringLiteral("itdt")     ? ITDT_PATH
+                                  : key == QStringLiteral("ltfs")   ? LTFS_PATH
+                                  : key == QStringLiteral("mkltfs") ? MKLTFS_PATH
+                                                                    : OUTPUT_FOLDER;
+                p.set(value.isEmpty() ? std::nullopt : std::optional<QString>(value));
+            } else if (word == QStringLiteral("file")) {
+                // "file FOLDER/" makes the folder only
+                QFile f(rest.section(QLatin1Char(' '), 0, 0));
+                QDir().mkpath(QFileInfo(f).absolutePath());
+                if (!rest.endsWith(QLatin1Char('/')) && f.open(QIODevice::WriteOnly))
+                    f.write(rest.section(QLatin1Char(' '), 1).toUtf8());
+            } else if (word == QStringLiteral("drive")) {
+                if (!scanAndSelect(engine, face, rest))
+                    fail(line, QStringLiteral("not listed"));
+                face.pane.clear();
+                face.events.clear();
+                face.status.clear();
+                QFile::remove(logPath());
+            } else if (word == QStringLiteral("select")) {
+                // "select ID NAME [mounted]": a drive chosen without a scan
+                DriveRecord r;
+                r.id = rest.section(QLatin1Char(' '), 0, 0);
+                r.name = rest.section(QLatin1Char(' '), 1, 1);
+                r.name.replace(QStringLiteral("<none>"), QString());
+                r.serialNumber = QStringLiteral("1013000777");
+                r.mounted = rest.endsWith(QStringLiteral(" mounted"));
+                engine.selectedDrive.set(makeDrive(r));
+            } else if (word == QStringLiteral("answers")) {
+                script = rest.split(QLatin1Char(';'));
+                answerWith(script, &asked);
+            } else if (word == QStringLiteral("clear")) {
+                face.pane.clear();
+                face.events.clear();
+                face.status.clear();
+                asked.clear();
+                QFile::remove(logPath());
+            } else if (word == QStringLiteral("do")) {
+                if (storeBefore.isEmpty())
+                    storeBefore = storeContents();
+                const QString hangAt = rest.section(QLatin1Char(' '), 1);
+                std::unique_ptr<HangKiller> killer;
+                if (!hangAt.isEmpty())
+                    killer = std::make_unique<HangKiller>(hangAt);
+                // "a+b": b is asked for while a runs
+                const QStringList asks = rest.section(QLatin1Char(' '), 0, 0).split(QLatin1Char('+'));
+                for (int k = 1; k < asks.size(); ++k) {
+                    if (k == 1) {
+                        engine.perform(kActions.value(asks.first()));
+                        if (!QTest::qWaitFor([&] { return engine.isBusy(); }))
+                            fail(line, QStringLiteral("never busy"));
+                    }
+                    engine.perform(kActions.value(asks[k]));
+                }
+                if (asks.size() == 1 && !kActions.contains(asks.first()))
+                    fail(line, QStringLiteral("no such action"));
+                else if (!(asks.size() == 1 ? performToEnd(engine, kActions.value(asks.first()), 60000)
+                                            : settle(engine, 60000)))
+                    fail(line, QStringLiteral("still running after a minute"));
+                recordedRuns.clear();
+                for (const QStringList &r : runs())
+                    recordedRuns << r.join(QLatin1Char(' '));
+            } else if (word == QStringLiteral("pane")) {
+                QStringList expected;
+                while (i + 1 < lines.size() && lines[i + 1].startsWith(QLatin1Char('|')))
+                    expected << expand(lines[++i].mid(2));
+                const QString want =
+                    expected.isEmpty() ? QString() : QLatin1Char('\n') + expected.join(QLatin1Char('\n'));
+                if (face.pane != want)
+                    fail(QStringLiteral("pane\n") + want, face.pane);
+            } else if (word == QStringLiteral("pane-has") || word == QStringLiteral("pane-lacks")) {
+                if (face.pane.contains(rest) != (word == QStringLiteral("pane-has")))
+                    fail(line, face.pane);
+            } else if (word == QStringLiteral("pane-ends")) {
+                if (!face.pane.endsWith(rest))
+                    fail(line, face.pane);
+            } else if (word == QStringLiteral("asked")) {
+                if (asked.join(QLatin1Char(';')) != rest)
+                    fail(line, asked.join(QLatin1Char(';')));
+            } else if (word == QStringLiteral("status")) {
+                const Action a = kActions.value(rest.section(QLatin1Char(' '), 0, 0));
+                const QString want = rest.section(QLatin1Char(' '), 1);
+                const QString got =
+                    face.status.contains(a) ? kStatusNames.value(face.status.value(a)) : QStringLiteral("-");
+                if (got != want)
+                    fail(line, got);
+            } else if (word == QStringLiteral("caption")) {
+                const QStringList captions =
+                    face.events.filter(QRegularExpression(QStringLiteral("^caption ")));
+                const QString got = captions.isEmpty() ? QStringLiteral("-") : captions.last().mid(8);
+                if (got != rest)
+                    fail(line, got);
+            } else if (word == QStringLiteral("runs")) {
+                const QList<QStringList> all = runs();
+                const QStringList want = rest.isEmpty() ? QStringList() : rest.split(QLatin1Char(' '));
+                bool same = all.size() == want.size();
+                for (int r = 0; same && r < all.size(); ++r)
+                    same = runMatches(all[r], want[r]);
+                if (!same) {
+                    QStringList got;
+                    for (const QStringList &r : all)
+                        got << r.join(QLatin1Char(' '));
+                    fail(line, got.join(QStringLiteral(" | ")));
+                }
+            } else if (word == QStringLiteral("ran")) {
+                const QList<QStringList> all = runs();
+                if (!all.contains(rest.split(QLatin1Char(' '))))
+                    fail(line, QStringLiteral("not run"));
+            } else if (word == QStringLiteral("record")) {
+                // the serials recorded as mounted, "-" for none
+                const QString got = SettingsStore::textList(DriveStateStore::kMountedDrivesKey)
+                                        .value_or(QStringList())
+                                        .join(QLatin1Char(' '));
+                if (got != (rest == QStringLiteral("-") ? QString() : rest))
+                    fail(line, got);
+            } else if (word == QStringLiteral("key")) {
+                const QString got =
+                    SettingsStore::text(rest.section(QLatin1Char('='), 0, 0)).value_or(QStringLiteral("-"));
+                if (got != rest.section(QLatin1Char('='), 1))
+                    fail(line, got);
+            } else if (word == QStringLiteral("store-unchanged")) {
+                if (storeContents() != storeBefore)
+                    fail(line, QStringLiteral("changed"));
+            } else if (word == QStringLiteral("mounted")) {
+                const DrivePtr d = engine.selectedDrive.get();
+                const QString got =
+                    QStringLiteral("%1 table %2")
+                        .arg(d && d->mounted() ? QStringLiteral("yes") : QStringLiteral("no"),
+                             engine.isTapeMounted() ? QStringLiteral("yes") : QStringLiteral("no"));
+                if (got != rest)
+                    fail(line, got);
+            } else if (word == QStringLiteral("code")) {
+                if (engine.lastExitCode.get() != rest)
+                    fail(line, engine.lastExitCode.get());
+            } else if (word == QStringLiteral("file-is")) {
+                const QString got = QString::fromUtf8(readFile(rest.section(QLatin1Char(' '), 0, 0)));
+                if (got != rest.section(QLatin1Char(' '), 1))
+                    fail(line, got);
+            } else if (word == QStringLiteral("listed")) {
+                if (QString::number(face.listed.size()) != rest)
+                    fail(line, QString::number(face.listed.size()));
+            } else {
+                fail(line, QStringLiteral("unknown step"));
+            }
+        }
+        if (qEnvironmentVariableIsSet("TAPEDESK_SCENARIO_RECORD")) {
+            QStringList out;
+            for (const QString &l : face.pane.mid(1).split(QLatin1Char('\n')))
+                out << QStringLiteral("| ") + l;
+            out << QStringLiteral("asked ") + asked.join(QLatin1Char(';'));
+            for (auto it = face.status.cbegin(); it != face.status.cend(); ++it)
+                out << QStringLiteral("status %1 %2")
+                           .arg(kActions.key(it.key()), kStatusNames.value(it.value()));
+            out << QStringLiteral("runs: ") + recordedRuns.join(QStringLiteral(" | "));
+            qInfo().noquote() << out.join(QLatin1Char('\n'));
+        }
+    }
+};
+
+int main(int argc, char **argv)
+{
+    TestHome home;
+    QCoreApplication app(argc, argv);
+    setConsoleStream(nullptr);
+    configureApplication(app);
+    WorkflowTest tc;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&tc, argc, argv);
+}
+
+#include "tst_engine_workflows.moc"
