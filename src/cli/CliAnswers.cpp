@@ -40,6 +40,9 @@ int CliAnswers::userOptionPrompt(const QString &title, const QString &question, 
         // Neither: the tape stays loaded, as after a cancelled question.
         return 1;
     }
+    // After a recovery: the command did what it was asked; mount is its own.
+    if (t1 == QStringLiteral("Mount") && t2 == QStringLiteral("Not Now"))
+        return 1;
     if (m_flags.yes)
         return 0;
     needs(QStringLiteral("--yes"),
