@@ -52,7 +52,7 @@ const QList<Command> &commands()
         {QStringLiteral("unmount"), Action::Mount, true, QStringLiteral("DRIVE"),
          QStringLiteral("Unmount the volume; ends once ltfs has released the drive.")},
         {QStringLiteral("recover"), Action::Recover, true, QStringLiteral("DRIVE --yes"),
-         QStringLiteral("Roll the volume back to its last index with ltfsck, after LTFS stopped under it.")},
+         QStringLiteral("Roll an unclosed volume back to its last index (ltfsck).")},
         {QStringLiteral("format"), Action::Format, true,
          QStringLiteral("DRIVE --name NAME --then mount|eject [--yes] [--force]"),
          QStringLiteral("Format the tape under a six-character name.")},
@@ -468,6 +468,7 @@ int runCli(const QStringList &arguments)
     flags.then = parser.value(QStringLiteral("then"));
     flags.file = parser.value(QStringLiteral("file"));
     flags.to = parser.value(QStringLiteral("to"));
+    flags.recover = command->action == Action::Recover;
     Run run(*command, parser, flags);
     return run.execute();
 }
