@@ -130,6 +130,7 @@ int run(const Options &o, Context &ctx)
     std::string refusal;
     bool needsLoad = false;
     bool blank = false;
+    bool unclosed = false;
     DriveState drive;
     ctx.store().update([&](State &s) {
         DriveState *d = s.driveByName(o.device);
@@ -145,8 +146,9 @@ int run(const Options &o, Context &ctx)
             needsLoad = !d->loaded;
             d->loaded = true;
             blank = !d->cartridge.formatted;
+            unclosed = !d->cartridge.consistent;
             drive = *d;
-            if (!blank && !fuseRefuses)
+            if (!blank && !unclosed && !fuseRefuses)
                 s.mounts.push_back(MountState{point, o.device, d->id, o.eject, true, 0, 0});
         }
     });
@@ -163,6 +165,14 @@ int run(const Options &o, Context &ctx)
     if (blank) {
         log("LTFS17168E Cannot read volume: medium is not partitioned.");
         log("LTFS14013E Cannot mount the volume.");
+        return 1;
+    }
+    if (unclosed) {
+        // The data written after the last index, which the dead daemon never wrote.
+        log("LTFS17037E XML parser: failed to read from XML stream.");
+        log("LTFS17016E Cannot parse index direct from medium (-5000).");
+        log("LTFS11220E Medium check failed: extra blocks detected. Run ltfsck.");
+        log("LTFS11027E Cannot mount volume: medium consistency check failed.");
         return 1;
     }
     const std::string barcode = drive.cartridge.barcode.empty() ? "NO_BARCODE" : drive.cartridge.barcode;
@@ -183,7 +193,7 @@ int run(const Options &o, Context &ctx)
         return 0;
     }
     if (!ctx.isDry())
-        startLtfsDaemon(ctx.store(), point);
+        startLtfsDaemon(ctx.store(), point, o.device);
     return 0;
 }
 

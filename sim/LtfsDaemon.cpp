@@ -1,10 +1,13 @@
 // What stays behind a successful ltfs mount: the daemon that serves the
 // volume. After umount it goes on writing the index for a while and holds the
 // drive until it exits, as the real one does.
+#include "Faults.h"
 #include "Tool.h"
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <thread>
 #include <unistd.h>
@@ -59,13 +62,20 @@ constexpr long long kAdoptionMs = 5000;
 
 } // namespace
 
-void startLtfsDaemon(StateStore &store, const std::string &point)
+void startLtfsDaemon(StateStore &store, const std::string &point, const std::string &device)
 {
     const pid_t pid = ::fork();
     if (pid < 0)
         return; // without a daemon, umount ends the mount at once
-    if (pid == 0)
+    if (pid == 0) {
+        // "DEVICE:daemon=crash": killed as an out-of-memory kill would, with
+        // the volume still listed and its last index unwritten.
+        const char *faults = std::getenv("TAPESIM_FAIL");
+        if (findFault(Tool{"ltfs", "daemon", device, {}, {}}, faults ? faults : "").kind ==
+            Fault::Kind::Crash)
+            ::kill(::getpid(), SIGKILL);
         serve(store.folder(), point);
+    }
     store.update([&](State &s) {
         if (MountState *m = s.mountAt(point))
             m->daemonPid = pid;

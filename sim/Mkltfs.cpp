@@ -183,6 +183,7 @@ int run(const Options &o, Context &ctx)
         DriveState *d = s.driveById(drive.id);
         d->loaded = true;
         d->cartridge.formatted = true;
+        d->cartridge.consistent = true;
         d->cartridge.barcode = o.serial;
         d->cartridge.volume = o.volume;
     });

@@ -53,6 +53,8 @@ void setDriveField(DriveState &d, const std::string &key, const std::string &val
         d.cartridge.volume = value;
     else if (key == "write-protected")
         d.cartridge.writeProtected = yes(value);
+    else if (key == "consistent")
+        d.cartridge.consistent = yes(value);
 }
 
 void setMountField(MountState &m, const std::string &key, const std::string &value)
@@ -149,7 +151,8 @@ std::string State::serialize() const
         if (d.cartridge.present) {
             out << "barcode = " << d.cartridge.barcode << "\nformatted = " << yesNo(d.cartridge.formatted)
                 << "\nvolume = " << d.cartridge.volume
-                << "\nwrite-protected = " << yesNo(d.cartridge.writeProtected) << "\n";
+                << "\nwrite-protected = " << yesNo(d.cartridge.writeProtected)
+                << "\nconsistent = " << yesNo(d.cartridge.consistent) << "\n";
         }
     }
     for (const MountState &m : mounts) {
@@ -216,14 +219,19 @@ bool State::pruneMounts()
 {
     const auto gone = [](const MountState &m) { return !m.listed && !processAlive(m.daemonPid); };
     const auto before = mounts.size();
+    bool died = false;
     for (const MountState &m : mounts) {
-        if (gone(m) && m.eject) {
-            if (DriveState *d = driveById(m.driveId))
-                d->loaded = false;
+        DriveState *d = driveById(m.driveId);
+        if (gone(m) && m.eject && d)
+            d->loaded = false;
+        // A daemon leaves while listed only when it is killed.
+        if (m.listed && m.daemonPid != 0 && d && d->cartridge.consistent && !processAlive(m.daemonPid)) {
+            d->cartridge.consistent = false;
+            died = true;
         }
     }
     std::erase_if(mounts, gone);
-    return mounts.size() != before;
+    return died || mounts.size() != before;
 }
 
 void State::removeMount(std::string_view point)

@@ -13,6 +13,9 @@ struct Cartridge
     bool formatted = false;
     std::string volume;
     bool writeProtected = false;
+    // False once an ltfs daemon died with the volume mounted: its last index
+    // was never written, and ltfs refuses it until ltfsck has run.
+    bool consistent = true;
 };
 
 struct DriveState
@@ -58,7 +61,9 @@ struct State
     const MountState *mountOf(std::string_view driveId) const;
 
     // Drops the unlisted mounts whose daemon is gone (it exited or was killed),
-    // ejecting where asked. Returns whether anything changed.
+    // ejecting where asked, and marks the cartridge of a listed mount whose
+    // daemon died as inconsistent (the mount stays listed, as a dead FUSE
+    // mount does). Returns whether anything changed.
     bool pruneMounts();
     // Ends a mount at once, ejecting if it was mounted with -o eject.
     void removeMount(std::string_view point);

@@ -14,7 +14,7 @@ using Args = std::vector<std::string>;
 // normal behaviour, and how an injected exit code N makes the run fail.
 struct Tool
 {
-    std::string name;    // "itdt", "mkltfs", "ltfs", "mount", "umount"
+    std::string name;    // "itdt", "mkltfs", "ltfs", "ltfsck", "mount", "umount"
     std::string command; // itdt subcommand; the tool name for the others
     std::string device;  // as given on the command line; "" when none
     std::function<int(Context &)> run;
@@ -28,9 +28,10 @@ Tool mkltfsTool(const Args &args);
 Tool ltfsTool(const Args &args);
 Tool mountTool(const Args &args);
 Tool umountTool(const Args &args);
+Tool ltfsckTool(const Args &args);
 
-// Leaves the daemon of a mount at `point` running in the background.
-void startLtfsDaemon(StateStore &store, const std::string &point);
+// Leaves the daemon of a mount at `point` of `device` running in the background.
+void startLtfsDaemon(StateStore &store, const std::string &point, const std::string &device);
 
 // Replaces this process with the system's own `name` from /usr/bin or /bin,
 // never through PATH, which may lead back to the simulator.

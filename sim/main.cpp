@@ -1,4 +1,4 @@
-// One executable behind five names: the name it was started under picks the
+// One executable behind six names: the name it was started under picks the
 // tool, so the bin folder holds links only.
 #include "Faults.h"
 #include "InvocationLog.h"
@@ -30,8 +30,10 @@ int main(int argc, char **argv)
         tool = mountTool(args);
     else if (name == "umount")
         tool = umountTool(args);
+    else if (name == "ltfsck")
+        tool = ltfsckTool(args);
     else {
-        writeFully(2, "usage: tapesim {itdt|mkltfs|ltfs|mount|umount} [arguments]\n");
+        writeFully(2, "usage: tapesim {itdt|mkltfs|ltfs|ltfsck|mount|umount} [arguments]\n");
         return 2;
     }
     const char *faults = std::getenv("TAPESIM_FAIL");

@@ -40,6 +40,15 @@ int CliAnswers::userOptionPrompt(const QString &title, const QString &question, 
         // Neither: the tape stays loaded, as after a cancelled question.
         return 1;
     }
+    // Rolling a volume back is the recover command's alone, so that a
+    // script's mount --yes never changes a cartridge; and after a recovery,
+    // mounting is the mount command's.
+    if (t1 == QStringLiteral("Recover Volume") && !m_flags.recover) {
+        toStderr(QStringLiteral("Not recovered: tapedesk-cli recover DRIVE --yes runs ltfsck."));
+        return 1;
+    }
+    if (t1 == QStringLiteral("Mount") && t2 == QStringLiteral("Not Now"))
+        return 1;
     if (m_flags.yes)
         return 0;
     needs(QStringLiteral("--yes"),

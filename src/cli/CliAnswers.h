@@ -17,6 +17,7 @@ struct CliFlags
     QString then; // "mount" or "eject"
     QString file;
     QString to;
+    bool recover = false; // the command is recover: only it answers the recovery question
 };
 
 class CliAnswers final : public DialogProvider

@@ -51,6 +51,8 @@ const QList<Command> &commands()
          QStringLiteral("Load the tape and mount its volume on /tmp/ltfs/mnt/<name>.")},
         {QStringLiteral("unmount"), Action::Mount, true, QStringLiteral("DRIVE"),
          QStringLiteral("Unmount the volume; ends once ltfs has released the drive.")},
+        {QStringLiteral("recover"), Action::Recover, true, QStringLiteral("DRIVE --yes"),
+         QStringLiteral("Roll an unclosed volume back to its last index (ltfsck).")},
         {QStringLiteral("format"), Action::Format, true,
          QStringLiteral("DRIVE --name NAME --then mount|eject [--yes] [--force]"),
          QStringLiteral("Format the tape under a six-character name.")},
@@ -309,6 +311,8 @@ private:
             return refuse(m_drive->id() + QStringLiteral(" is already mounted; unmount it first."));
         if (m_command.name == QStringLiteral("unmount") && !mounted)
             return refuse(m_drive->id() + QStringLiteral(" is not mounted by TapeDesk."));
+        if (m_command.name == QStringLiteral("recover") && mounted)
+            return refuse(m_drive->id() + QStringLiteral(" is mounted; unmount it first."));
 
         m_face.quiet = true;
         m_engine.selectDrive(m_drive);
@@ -408,7 +412,8 @@ int runCli(const QStringList &arguments)
         {QStringLiteral("verbose"),
          QStringLiteral("Show the running tool's output on standard error as it arrives.")},
         {QStringLiteral("yes"),
-         QStringLiteral("Answer OK to the confirmations (mount, test, validate, firmware, replace).")},
+         QStringLiteral(
+             "Answer OK to the confirmations (mount, recover, test, validate, firmware, replace).")},
         {QStringLiteral("force"),
          QStringLiteral("Reformat a tape that already holds a volume (its data is lost).")},
         {QStringLiteral("name"), QStringLiteral("The volume name of a format (6 letters or digits)."),
@@ -463,6 +468,7 @@ int runCli(const QStringList &arguments)
     flags.then = parser.value(QStringLiteral("then"));
     flags.file = parser.value(QStringLiteral("file"));
     flags.to = parser.value(QStringLiteral("to"));
+    flags.recover = command->action == Action::Recover;
     Run run(*command, parser, flags);
     return run.execute();
 }

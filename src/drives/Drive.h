@@ -24,6 +24,9 @@ struct DriveRecord
     QString serialNumber; // key of the remembered drive state
     QString address;      // barcode read back by the attribute read
     bool mounted = false;
+    // Listed in the mount table while no ltfs process serves it: the daemon
+    // died and the volume is gone until it is unmounted (set by the scan).
+    bool ltfsStopped = false;
 
     bool operator==(const DriveRecord &) const = default;
 };

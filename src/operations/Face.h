@@ -19,6 +19,8 @@ enum class Action {
     RetrieveLog,
     Upgrade,
     ClearMountedDrives,
+    // ltfsck on a volume LTFS left unclosed; its status shows on Mount.
+    Recover,
 };
 
 // Everything the operations show, as one front end (the main window, a

@@ -45,6 +45,17 @@ std::optional<QString> volumeFromLtfsStderr(const QString &stderrText)
     return stderrText.mid(start, end - start);
 }
 
+// After a daemon died with the volume mounted, the next mount fails with
+//   5ca5 LTFS11220E Medium check failed: extra blocks detected. Run ltfsck.
+//   5ca5 LTFS11027E Cannot mount volume: medium consistency check failed.
+// Another version may word the first line otherwise, but still names ltfsck.
+bool ltfsAsksForLtfsck(const QString &stderrText)
+{
+    return stderrText.contains(QStringLiteral("LTFS11220E")) ||
+           stderrText.contains(QStringLiteral("LTFS11027E")) ||
+           stderrText.contains(QStringLiteral("Run ltfsck"), Qt::CaseInsensitive);
+}
+
 // mount prints one line per mount, for an LTFS volume:
 //   ltfs:/dev/sg3 on /tmp/ltfs/mnt/0 type fuse (rw,nosuid,nodev,relatime,user_id=0,group_id=0,...)
 // and escapes blanks, tabs, newlines and backslashes in paths as octal

@@ -17,6 +17,10 @@ QString barcodeFromAttributeRead(const QString &output);
 // successfully. " and the next " : ", as it is. nullopt when either is missing.
 std::optional<QString> volumeFromLtfsStderr(const QString &stderrText);
 
+// Whether ltfs refused the volume because its last session was never closed
+// (the daemon died while it was mounted), which ltfsck repairs.
+bool ltfsAsksForLtfsck(const QString &stderrText);
+
 // One line of `mount`'s table: the mount point (octal escapes such as \040
 // undone) and the file-system type. nullopt for a line of another shape.
 struct MountLine

@@ -68,6 +68,8 @@ void TapeEngine::performAction(Action action)
         return upgradeAction();
     case Action::ClearMountedDrives:
         return clearMountedDrivesAction();
+    case Action::Recover:
+        return recoverAction();
     }
 }
 
@@ -79,6 +81,7 @@ void TapeEngine::selectDrive(const DrivePtr &drive)
     setMountLabel(drive->mounted() ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT"));
     changeButtonStatus(Action::RetrieveLog, 2, true);
     showResults(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
+    explainStoppedLtfs(drive);
 }
 
 bool TapeEngine::beginOperation(Action action)
@@ -95,7 +98,8 @@ bool TapeEngine::beginOperation(Action action)
                                               {Action::Test, QStringLiteral("Test")},
                                               {Action::HostValidation, QStringLiteral("Host Validation")},
                                               {Action::RetrieveLog, QStringLiteral("Retrieve Log")},
-                                              {Action::Upgrade, QStringLiteral("Upgrade")}};
+                                              {Action::Upgrade, QStringLiteral("Upgrade")},
+                                              {Action::Recover, QStringLiteral("Recover")}};
     QString holder;
     if (m_driveLock.acquire(key, names.value(action), holder))
         return true;

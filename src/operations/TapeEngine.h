@@ -5,6 +5,7 @@
 #include "operations/Face.h"
 #include "operations/MountCheck.h"
 #include "support/Support.h"
+#include "tools/ProcessRunner.h"
 #include "tools/Synchronized.h"
 
 #include <QElapsedTimer>
@@ -178,6 +179,7 @@ private:
     void runTestAction();
     void hostValidationAction();
     void clearMountedDrivesAction();
+    void recoverAction();
 
     void performAction(Action action);
     // Runs `f` as one step of the operation, then ends the operation if
@@ -215,6 +217,20 @@ private:
     // Names the ltfs processes an unmount has waited for longer than
     // holderReportIntervalMs.
     void reportHolders(const QList<LtfsHolder> &holders);
+    // Marks the listed drives whose volume is in the mount table while no
+    // ltfs process serves it, and says so when such a drive is selected.
+    void markStoppedLtfs();
+    void explainStoppedLtfs(const DrivePtr &drive);
+    // Volume recovery (recover.cpp): after a mount that ltfs refused for want
+    // of ltfsck, the reason and the question; then the checks, ltfsck in the
+    // background and its verdict.
+    void offerRecovery(const DrivePtr &drive);
+    void askRecover(const DrivePtr &drive);
+    void recoverVolume(const DrivePtr &drive);
+    void recoverInBackground(const DrivePtr &drive, const QString &ltfsck);
+    // Runs a tool whose exit status is its verdict, its output live where
+    // live output is on.
+    ProcessResult runForExitStatus(const QString &program, const QStringList &arguments);
 
     Face &m_face;
     bool m_busy = false;

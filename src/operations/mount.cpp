@@ -1,6 +1,8 @@
 // Tape mount: itdt loads the cartridge and reads its barcode, ltfs mounts the
 // volume on /tmp/ltfs/mnt/<name>, and the drive is recorded as mounted. On a
-// drive already mounted the Mount button unmounts instead (unmount.cpp).
+// drive already mounted the Mount button unmounts instead (unmount.cpp). A
+// volume that ltfs refuses until ltfsck has run is offered for recovery
+// (recover.cpp).
 
 #include "drives/Drive.h"
 #include "operations/MountCheck.h"
@@ -134,6 +136,8 @@ void TapeEngine::mountInBackground(const DrivePtr &drive)
     const std::optional<QString> volume = volumeFromLtfsStderr(stderrText);
     if (!volume) {
         failWith({kMountFailedLine, stderrText}, true);
+        if (ltfsAsksForLtfsck(stderrText))
+            offerRecovery(drive);
         return;
     }
     // The success line alone does not prove a mount: FUSE may refuse after it

@@ -77,15 +77,19 @@ void TapeEngine::unMountDrive()
     timer->start();
 
     const QString id = drive->id();
+    const bool stopped = drive->record().ltfsStopped;
     for (const DrivePtr &listed : driveList.snapshot()) {
         if (listed->id() == id) {
-            listed->setMounted(false);
+            listed->update([](DriveRecord &r) { r.mounted = r.ltfsStopped = false; });
             drive->update([](DriveRecord &r) { r.label.clear(); });
             selectedDrive.set(listed);
             refreshDriveTable();
             break;
         }
     }
+    // No daemon is left to write an index, so there is nothing to wait for.
+    if (stopped)
+        waitForUnMount();
 }
 
 void TapeEngine::waitForUnMount()

@@ -22,6 +22,11 @@ QColor DriveCell::unmountedColor()
     return QColor(Qt::lightGray);
 }
 
+QColor DriveCell::ltfsStoppedColor()
+{
+    return QColor(0xff, 0x9a, 0x3c);
+}
+
 int DriveCell::rowHeight(const QFont &font)
 {
     return QFontMetrics(font).lineSpacing() * kLines + 2 * kPadding + 2;
@@ -34,7 +39,8 @@ void DriveCell::paint(QPainter *painter, const QStyleOptionViewItem &option, con
 
     painter->save();
     const QRect card = option.rect.adjusted(2, 1, -2, -1);
-    painter->fillRect(card, mounted ? mountedColor() : unmountedColor());
+    const bool stopped = index.data(DriveTableModel::LtfsStoppedRole).toBool();
+    painter->fillRect(card, stopped ? ltfsStoppedColor() : mounted ? mountedColor() : unmountedColor());
     if (option.state & QStyle::State_Selected) {
         painter->setPen(QPen(option.palette.color(QPalette::Highlight), 3));
         painter->drawRect(card.adjusted(1, 1, -2, -2));

@@ -31,7 +31,8 @@ QStringList DriveTableModel::linesFor(const DriveRecord &drive, int row)
     return {QStringLiteral("Drive") + QString::number(row + 1) + QStringLiteral(" (") + drive.id +
                 QStringLiteral(")"),
             drive.info1, QStringLiteral("FW: ") + drive.info3, drive.info2,
-            QStringLiteral("TAPE: ") + drive.label};
+            drive.ltfsStopped ? QStringLiteral("TAPE: LTFS stopped unexpectedly")
+                              : QStringLiteral("TAPE: ") + drive.label};
 }
 
 QVariant DriveTableModel::data(const QModelIndex &index, int role) const
@@ -47,6 +48,8 @@ QVariant DriveTableModel::data(const QModelIndex &index, int role) const
         return linesFor(drive->record(), index.row());
     case MountedRole:
         return drive->mounted();
+    case LtfsStoppedRole:
+        return drive->record().ltfsStopped;
     default:
         return {};
     }

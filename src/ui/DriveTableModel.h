@@ -15,7 +15,7 @@ class DriveTableModel final : public QAbstractTableModel
     Q_OBJECT
 
 public:
-    enum Roles { MountedRole = Qt::UserRole + 1, LinesRole };
+    enum Roles { MountedRole = Qt::UserRole + 1, LinesRole, LtfsStoppedRole };
 
     using QAbstractTableModel::QAbstractTableModel;
 

@@ -285,6 +285,7 @@ QPushButton *ViewController::buttonFor(Action action) const
     case Action::Scan:
         return ui.btnScan;
     case Action::Mount:
+    case Action::Recover: // asked for by the mount, and judged with it
         return ui.btnMount;
     case Action::Format:
         return ui.btnFormat;

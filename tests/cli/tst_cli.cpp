@@ -25,7 +25,9 @@ const QByteArray kLibrary =
     "address = H1-B0-T0-L0\nloaded = yes\ncartridge = yes\nbarcode = TD0071\n"
     "formatted = yes\nvolume = VOL71\n\n"
     "[drive]\nid = tape72\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000172\n"
-    "address = H1-B0-T1-L0\nloaded = yes\ncartridge = yes\nformatted = no\n";
+    "address = H1-B0-T1-L0\nloaded = yes\ncartridge = yes\nformatted = no\n\n"
+    "[drive]\nid = tape93\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000193\n"
+    "address = H1-B0-T2-L0\ncartridge = yes\nbarcode = TD0093\nformatted = yes\nconsistent = no\n";
 
 QProcess *startCli(const QStringList &arguments, const QByteArray &speed = "0")
 {
@@ -125,6 +127,10 @@ private Q_SLOTS:
                                                 << 3 << "Error: Tape needs to be un-mounted";
         QTest::newRow("validate") << none << QByteArray() << QStringList{"validate", "72", "--yes"} << 0
                                   << "Host Validation Complete";
+        QTest::newRow("recover") << none << QByteArray() << QStringList{"recover", "93", "--yes"} << 0
+                                 << "Volume Recovered";
+        QTest::newRow("mount --yes leaves ltfsck to recover")
+            << none << QByteArray() << QStringList{"mount", "93", "--yes"} << 1 << "Recovery canceled";
         QTest::newRow("unknown drive") << none << QByteArray() << QStringList{"test", "nosuch", "--yes"} << 2
                                        << "  tape72  name 72  serial 1013000172";
     }
@@ -179,7 +185,7 @@ private Q_SLOTS:
         QCOMPARE(r.status, 0);
         const QJsonObject o = QJsonDocument::fromJson(r.out.toUtf8()).object();
         QCOMPARE(o.value(QStringLiteral("verdict")).toString(), QStringLiteral("success"));
-        QCOMPARE(o.value(QStringLiteral("drives")).toArray().size(), 2);
+        QCOMPARE(o.value(QStringLiteral("drives")).toArray().size(), 3);
         QCOMPARE(o.value(QStringLiteral("transcript")).toArray().last().toString(),
                  QStringLiteral("Scan Complete"));
         QCOMPARE(o.value(QStringLiteral("tools")).toArray().first()[QStringLiteral("code")].toString(),
