@@ -127,15 +127,15 @@ QString TapeEngine::endUnmountWait()
     // A format that waited for this unmount does not start either.
     formatTapeEnabled = false;
     m_formatTarget.reset();
-    for (const auto &[drive, record] : std::as_const(m_unmountRecords))
-        drive->update([&](DriveRecord &r) { r = record; });
+    for (const auto &before : std::as_const(m_unmountRecords))
+        before.first->update([&](DriveRecord &r) { r = before.second; });
     if (m_unmountSelection)
         selectedDrive.set(m_unmountSelection);
     const bool mounted = m_unmountSelection && m_unmountSelection->mounted();
     postToMain(
         [this, mounted] { setMountLabel(mounted ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT")); });
     refreshDriveTable();
-    const QString what = QStringLiteral("the wait for the unmount of ") + m_unmountPoint;
+    QString what = QStringLiteral("the wait for the unmount of ") + m_unmountPoint;
     m_unmountPoint.clear();
     m_unmountRecords.clear();
     m_unmountSelection.reset();

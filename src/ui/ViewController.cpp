@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -23,13 +24,31 @@
 #include <QShowEvent>
 #include <QSignalBlocker>
 #include <QSplitter>
-#include <QStyle>
 #include <QTableView>
 #include <QTextCursor>
 #include <QTimer>
 #include <QVBoxLayout>
 
 namespace tapedesk {
+
+namespace {
+
+// The stop square of media controls in the caption's own colour: no status
+// colour, since Stop has no outcome of its own. Qt greys it when disabled.
+QIcon stopIcon(const QColor &colour)
+{
+    QPixmap square(16, 16);
+    square.fill(Qt::transparent);
+    QPainter painter(&square);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawRoundedRect(QRectF(3, 3, 10, 10), 1.5, 1.5);
+    painter.end();
+    return QIcon(square);
+}
+
+} // namespace
 
 ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
 {
@@ -150,8 +169,9 @@ void ViewController::buildLayout()
     ui.btnStop->setAccessibleDescription(QStringLiteral("Ends the running tool (Escape)"));
     ui.btnStop->setToolTip(QStringLiteral("Ends the running tool (Esc)"));
     ui.btnStop->setShortcut(QKeySequence(Qt::Key_Escape));
-    ui.btnStop->setIcon(style()->standardIcon(QStyle::SP_MediaStop));
-    ui.btnStop->setFocusPolicy(Qt::NoFocus);
+    ui.btnStop->setIcon(stopIcon(ui.btnStop->palette().color(QPalette::ButtonText)));
+    // Reached by Tab, but a click leaves the focus where it was.
+    ui.btnStop->setFocusPolicy(Qt::TabFocus);
     ui.btnStop->setFixedHeight(24);
     ui.btnStop->setMinimumWidth(80);
     QSizePolicy keepStop(QSizePolicy::Fixed, QSizePolicy::Fixed);

@@ -4,17 +4,16 @@
 // the pane's last line, the failed status, no tool left, nothing run after it
 // and the records as they were. The firmware update and an unconfirmed format
 // refuse; an unmount's wait ends with the drive still recorded as mounted; a
-// tool that ignores SIGTERM is ended by SIGKILL 5 s later, and nothing else
+// tool that ignores SIGTERM is ended by SIGKILL 5 s later, and no other action
 // starts before.
 
 #include "drives/DriveStateStore.h"
 #include "support/EngineHarness.h"
 #include "support/TestEnv.h"
 #include "tools/ProcessRunner.h"
+#include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 
-#include <QDir>
-#include <QSettings>
 #include <QTest>
 
 using namespace tapedesk;
@@ -22,27 +21,27 @@ using namespace tapedesk::test;
 
 namespace {
 
-const QByteArray kLibrary = "[drive]\nid = tape81\nmodel = ULTRIUM-HH8\nserial = 1013000181\nloaded = yes\n"
-                            "cartridge = yes\nbarcode = TD0081\nformatted = yes\nvolume = VOL81\n\n"
-                            "[drive]\nid = tape82\nmodel = ULTRIUM-HH8\nserial = 1013000182\nloaded = yes\n"
-                            "cartridge = yes\nformatted = no\n\n"
-                            "[drive]\nid = tape83\nmodel = ULTRIUM-HH8\nserial = 1013000183\nloaded = yes\n"
-                            "cartridge = yes\nbarcode = TD0083\nformatted = yes\nvolume = VOL83\n";
-const QString kStopped = QStringLiteral("Stopped by the operator: ");
-
-QMap<QString, QVariant> storeContents()
-{
-    QSettings s(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("TapeDesk"),
-                QStringLiteral("TapeDesk"));
-    QMap<QString, QVariant> all;
-    for (const QString &k : s.allKeys())
-        all.insert(k, s.value(k));
-    return all;
-}
+const QByteArray kLibrary =
+    "[drive]\nid = tape81\nmodel = ULTRIUM-HH8\nserial = 1013000181\ncartridge = yes\n"
+    "formatted = yes\n[drive]\nid = tape82\nmodel = ULTRIUM-HH8\nserial = 1013000182\n"
+    "cartridge = yes\n[drive]\nid = tape83\nmodel = ULTRIUM-HH8\nserial = 1013000183\n"
+    "cartridge = yes\nformatted = yes\n";
 
 QString simLog()
 {
     return QString::fromUtf8(readFile(TestHome::path() + QStringLiteral("/sim.log")));
+}
+
+// `fault` is "DRIVE:COMMAND=MODE": a TAPESIM_FAIL entry, or MODE "delay" (the
+// ltfs daemon holds the drive after umount; Stop comes once umount ran) or
+// "ignore-term" (an itdt that ignores SIGTERM). `line` is the pane's last
+// line, after "Stopped by the operator: " unless it is a refusal.
+void row(const char *name, Action action, const char *fault, const QStringList &answers, const QString &line)
+{
+    QTest::newRow(name) << action << QString::fromLatin1(fault) << answers
+                        << (line.startsWith(QStringLiteral("Stop refused"))
+                                ? line
+                                : "Stopped by the operator: " + line);
 }
 
 } // namespace
@@ -55,130 +54,96 @@ private Q_SLOTS:
     void init()
     {
         resetSimulator();
-        QDir().mkpath(TestHome::path() + QStringLiteral("/tapesim"));
-        QFile state(TestHome::path() + QStringLiteral("/tapesim/state.ini"));
+        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
         QVERIFY(state.open(QIODevice::WriteOnly) && state.write(kLibrary) > 0);
+        qunsetenv("TAPESIM_FAIL");
+        qunsetenv("TAPESIM_UNMOUNT_DELAY");
         qputenv("TAPESIM_SPEED", "0");
         qputenv("TAPESIM_LOG", QFile::encodeName(TestHome::path() + QStringLiteral("/sim.log")));
         useSimulator();
         DriveStateStore::resetMountedDrives();
     }
 
-    void cleanup()
-    {
-        qunsetenv("TAPESIM_FAIL");
-        qunsetenv("TAPESIM_UNMOUNT_DELAY");
-        children::killAll();
-    }
-
     void stop_data()
     {
-        QTest::addColumn<QString>("drive");
         QTest::addColumn<Action>("action");
-        // TAPESIM_FAIL; "delay": the ltfs daemon holds the drive after umount;
-        // "ignore-term": a stand-in itdt that ignores SIGTERM.
-        QTest::addColumn<QByteArray>("fault");
+        QTest::addColumn<QString>("fault");
         QTest::addColumn<QStringList>("answers");
-        QTest::addColumn<QString>("line"); // the pane's last line after Stop
-        const QString t81 = QStringLiteral("tape81");
-        QTest::newRow("scan") << t81 << Action::Scan << QByteArray("*:scan=hang") << QStringList()
-                              << kStopped + "itdt scan";
-        for (const char *step : {"load", "readattr"}) {
-            QTest::newRow(step) << t81 << Action::Mount << "tape81:" + QByteArray(step) + "=hang"
-                                << QStringList{"0"} << kStopped + "itdt " + step + " on tape81";
-        }
-        QTest::newRow("ltfs") << t81 << Action::Mount << QByteArray("tape81:ltfs=hang") << QStringList{"0"}
-                              << kStopped + "ltfs on tape81";
-        QTest::newRow("dump") << t81 << Action::RetrieveLog << QByteArray("tape81:dump=hang") << QStringList()
-                              << kStopped + "itdt dump on tape81";
-        QTest::newRow("standard test") << t81 << Action::Test << QByteArray("tape81:standardtest=hang")
-                                       << QStringList{"ok"} << kStopped + "itdt standardtest on tape81";
-        QTest::newRow("host validation")
-            << t81 << Action::HostValidation << QByteArray("tape81:systemtest=hang") << QStringList{"ok"}
-            << kStopped + "itdt systemtest on tape81";
-        QTest::newRow("firmware refuses") << t81 << Action::Upgrade << QByteArray("tape81:ucode=hang")
-                                          << QStringList{"ok", "/tmp/HH8_G3C1.fmrz"}
-                                          << "Stop refused: a firmware update cut short can leave the drive "
-                                             "unusable, so it runs to its end";
-        QTest::newRow("format refuses")
-            << "tape82" << Action::Format << QByteArray("tape82:mkltfs=hang")
-            << QStringList{"ABC123", "cancel"} << "Stop refused: mkltfs goes on formatting the cartridge";
-        QTest::newRow("format confirmed")
-            << "tape82" << Action::Format << QByteArray("tape82:mkltfs=hang") << QStringList{"ABC123", "ok"}
-            << kStopped + "mkltfs on tape82 - the cartridge is left unformatted";
-        QTest::newRow("unmount wait") << "tape83" << Action::Mount << QByteArray("delay") << QStringList()
-                                      << kStopped + "the wait for the unmount of /tmp/ltfs/mnt/83 on tape83"
-                                                    " - the volume may still be in use";
-        QTest::newRow("SIGTERM ignored")
-            << t81 << Action::RetrieveLog << QByteArray("tape81:dump=ignore-term") << QStringList()
-            << kStopped + "itdt dump on tape81";
+        QTest::addColumn<QString>("line");
+        row("scan", Action::Scan, "tape81:scan=hang", {}, "itdt scan");
+        row("mount: load", Action::Mount, "tape81:load=hang", {"0"}, "itdt load on tape81");
+        row("mount: attribute read", Action::Mount, "tape81:readattr=hang", {"0"}, "itdt readattr on tape81");
+        row("mount: ltfs", Action::Mount, "tape81:ltfs=hang", {"0"}, "ltfs on tape81");
+        row("dump", Action::RetrieveLog, "tape81:dump=hang", {}, "itdt dump on tape81");
+        row("standard test", Action::Test, "tape81:standardtest=hang", {"ok"}, "itdt standardtest on tape81");
+        row("host validation", Action::HostValidation, "tape81:systemtest=hang", {"ok"},
+            "itdt systemtest on tape81");
+        row("firmware", Action::Upgrade, "tape81:ucode=hang", {"ok", "/tmp/HH8_G3C1.fmrz"},
+            "Stop refused: a firmware update cut short can leave the drive unusable, so it runs to its end");
+        row("format, declined", Action::Format, "tape82:mkltfs=hang", {"ABC123", "cancel"},
+            "Stop refused: mkltfs goes on formatting the cartridge");
+        row("format, confirmed", Action::Format, "tape82:mkltfs=hang", {"ABC123", "ok"},
+            "mkltfs on tape82 - the cartridge is left unformatted");
+        row("unmount wait", Action::Mount, "tape83:umount=delay", {},
+            "the wait for the unmount of /tmp/ltfs/mnt/83 on tape83 - the volume may still be in use");
+        row("SIGTERM ignored", Action::RetrieveLog, "tape81:dump=ignore-term", {}, "itdt dump on tape81");
     }
 
     void stop()
     {
-        QFETCH(QString, drive);
         QFETCH(Action, action);
-        QFETCH(QByteArray, fault);
+        QFETCH(QString, fault);
         QFETCH(QStringList, answers);
         QFETCH(QString, line);
-        const QString word =
-            QString::fromLatin1(fault).section(QLatin1Char(':'), 1).section(QLatin1Char('='), 0, 0);
-        const bool ignoresTerm = fault.endsWith("=ignore-term");
-        if (ignoresTerm) {
-            const QString itdt =
-                writeScript(makeDir(QStringLiteral("stubborn")), QStringLiteral("itdt"),
-                            QStringLiteral("case \"$*\" in *dump*) echo '\"dump\"' >> \"$TAPESIM_LOG\"\n"
-                                           "  trap '' TERM; while :; do sleep 0.1; done;; esac\n"
-                                           "exec '%1/itdt' \"$@\"")
-                                .arg(simBinDir()));
-            setPaths(itdt, LTFS_PATH.get().value_or(QString()), MKLTFS_PATH.get().value_or(QString()),
-                     OUTPUT_FOLDER.get().value_or(QString()));
-        }
+        const QString mode = fault.section(QLatin1Char('='), 1);
         RecordingFace face;
         TapeEngine engine(face);
         QStringList asked;
-        QVERIFY(scanAndSelect(engine, face, drive));
-        if (fault == "delay") {
+        QVERIFY(scanAndSelect(engine, face, fault.section(QLatin1Char(':'), 0, 0)));
+        if (mode == QStringLiteral("ignore-term")) {
+            const QString stub = QStringLiteral(
+                "echo '\"dump\"' >>\"$TAPESIM_LOG\"; trap '' TERM; while :; do sleep 0.1; done");
+            setPaths(writeScript(makeDir(QStringLiteral("stubborn")), QStringLiteral("itdt"), stub),
+                     *LTFS_PATH.get(), *MKLTFS_PATH.get(), *OUTPUT_FOLDER.get());
+        }
+        if (mode == QStringLiteral("delay")) {
             qputenv("TAPESIM_UNMOUNT_DELAY", "60");
             answerWith({QStringLiteral("0")}, &asked);
             QVERIFY(performToEnd(engine, Action::Mount));
-        } else if (!ignoresTerm) {
-            qputenv("TAPESIM_FAIL", fault);
+        } else if (mode == QStringLiteral("hang")) {
+            qputenv("TAPESIM_FAIL", "*" + fault.mid(fault.indexOf(QLatin1Char(':'))).toLatin1());
         }
-        const auto storeBefore = storeContents();
+        const QByteArray storeBefore = readFile(SettingsStore::fileName());
         const QList<DrivePtr> listedBefore = driveList.snapshot();
         const DrivePtr selectedBefore = engine.selectedDrive.get();
         const bool mountedBefore = selectedBefore->mounted();
-        const QString hung = fault == "delay" ? QStringLiteral("Waiting for un-mount") : '"' + word + '"';
+        const QString hung = '"' + fault.section(QLatin1Char(':'), 1).section(QLatin1Char('='), 0, 0) + '"';
 
         QFile::remove(TestHome::path() + QStringLiteral("/sim.log"));
         answerWith(answers, &asked);
         engine.perform(action);
-        QVERIFY(QTest::qWaitFor([&] { return simLog().contains(hung) || face.pane.contains(hung); }));
-        const bool stops = line.startsWith(kStopped);
-        QCOMPARE(engine.stop(), stops ? TapeEngine::StopResult::Stopped : TapeEngine::StopResult::Refused);
+        QVERIFY(QTest::qWaitFor([&] { return simLog().contains(hung); }));
+        const bool refused = line.startsWith(QStringLiteral("Stop refused"));
+        QCOMPARE(engine.stop(), refused ? TapeEngine::StopResult::Refused : TapeEngine::StopResult::Stopped);
         QTRY_COMPARE(face.paneLines().constLast(), line);
-        if (!stops) {
-            // The tool goes on until TapeDesk quits.
+        if (refused) { // the tool goes on until TapeDesk quits
             QVERIFY(face.busy && children::liveCount() > 0);
             children::killAll();
         } else {
             QCOMPARE(face.status.value(action == Action::Format ? Action::Mount : action), 1);
             QVERIFY(!face.busy);
         }
-        if (ignoresTerm) {
+        if (mode == QStringLiteral("ignore-term")) {
             QVERIFY(children::liveCount() > 0);
             engine.perform(Action::Scan);
-            QTRY_COMPARE(
-                face.paneLines().constLast(),
-                QStringLiteral("Not started: the stopped tool has not ended yet - try again in a moment"));
+            QTRY_VERIFY(
+                face.paneLines().constLast().startsWith(QStringLiteral("Not started: the stopped tool")));
         }
         QVERIFY(settle(engine, 10000));
         QCOMPARE(children::liveCount(), 0);
-        if (fault != "delay")
-            QVERIFY2(simLog().trimmed().split(QLatin1Char('\n')).constLast().contains(hung),
-                     qPrintable(simLog()));
-        QCOMPARE(storeContents(), storeBefore);
+        QVERIFY2(simLog().trimmed().split(QLatin1Char('\n')).constLast().contains(hung),
+                 qPrintable(simLog()));
+        QCOMPARE(readFile(SettingsStore::fileName()), storeBefore);
         QCOMPARE(driveList.snapshot(), listedBefore);
         QCOMPARE(engine.selectedDrive.get(), selectedBefore);
         QCOMPARE(selectedBefore->mounted(), mountedBefore);
