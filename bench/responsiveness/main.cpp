@@ -2,6 +2,10 @@
 // operation runs against the simulator. A 5 ms heartbeat timer notes every
 // turn; a gap much longer than 5 ms means the window froze for that long.
 //
+// The last scenario presses Stop (a real click) while umount hangs on the GUI
+// thread's turn, so the figure also covers the input that reaches Stop then.
+// With TAPEDESK_SCREENSHOT_DIR set it saves the window just before the click.
+//
 // Runs offscreen in a temporary home whose four paths point at the simulator.
 // Output ends with one line per figure:
 //   mount_max_gui_gap: 7.1 ms (target <= 50 ms) ok
@@ -9,6 +13,7 @@
 
 #include "drives/Drive.h"
 #include "support/Dialogs.h"
+#include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
@@ -22,6 +27,7 @@
 #include <QPushButton>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QThreadPool>
 #include <QTimer>
 #include <algorithm>
@@ -175,6 +181,43 @@ private:
 
 bool formatEjectAnswered = false;
 
+// Presses Stop as an operator would, once the tool has hung for a while.
+class StopPresser
+{
+public:
+    explicit StopPresser(ViewController &vc) : m_vc(vc)
+    {
+        m_timer.setInterval(20);
+        QObject::connect(&m_timer, &QTimer::timeout, [this] { check(); });
+        m_timer.start();
+    }
+
+private:
+    void check()
+    {
+        const bool hung =
+            m_vc.engine.isWaitingResponsive() && children::liveCount() > 0 && m_vc.ui.btnStop->isVisible();
+        if (!hung) {
+            m_hungSince.invalidate();
+            return;
+        }
+        if (!m_hungSince.isValid())
+            m_hungSince.start();
+        if (m_hungSince.elapsed() < 300)
+            return;
+        m_timer.stop();
+        const QString dir = qEnvironmentVariable("TAPEDESK_SCREENSHOT_DIR");
+        if (!dir.isEmpty())
+            m_vc.grab().save(dir + QStringLiteral("/stop-during-hang.png"));
+        QTest::mouseClick(m_vc.ui.btnStop, Qt::LeftButton);
+    }
+
+    ViewController &m_vc;
+    QTimer m_timer;
+    QElapsedTimer m_hungSince;
+};
+std::unique_ptr<StopPresser> stopPresser;
+
 // The list of what is measured, in order. Each scenario leaves the window
 // idle for the next. To measure another operation (the forced reformat, for
 // one), append a Scenario here: its prepare sets up the simulator and the
@@ -234,6 +277,26 @@ QList<Scenario> scenarios()
                  [](ViewController &vc) {
                      return formatEjectAnswered && paneShows(vc, QStringLiteral("Tape Format Complete")) &&
                             idle(vc);
+                 }},
+        Scenario{QStringLiteral("stop_max_gui_gap"),
+                 QStringLiteral("unmount of tape0 whose umount hangs on the GUI thread's turn; Stop clicked "
+                                "after 0.3 s of the hang"),
+                 [](ViewController &vc) {
+                     qputenv("TAPESIM_SPEED", "0.2");
+                     if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
+                         return false;
+                     if (!vc.engine.selectedDrive.get()->mounted() && !mountSelected(vc))
+                         return false;
+                     qputenv("TAPESIM_FAIL", "tape0:umount=hang");
+                     return true;
+                 },
+                 [](ViewController &vc) {
+                     vc.ui.rightScrollView->clear();
+                     stopPresser = std::make_unique<StopPresser>(vc);
+                     vc.ui.btnMount->click();
+                 },
+                 [](ViewController &vc) {
+                     return paneShows(vc, QStringLiteral("Stopped by the operator")) && idle(vc);
                  }},
     };
 }

@@ -1,5 +1,7 @@
 #include "cli/CliAnswers.h"
 
+#include "operations/Texts.h"
+
 #include <cstdio>
 
 namespace tapedesk {
@@ -74,6 +76,12 @@ QString CliAnswers::pickFolder()
 
 bool CliAnswers::confirm(const QString &title, const QString &message)
 {
+    // Asked because of a signal, not needed by the command: no missing flag.
+    if (title == kStopFormatTitle) {
+        if (!m_flags.yes)
+            toStderr(QStringLiteral("Not stopped without --yes: ") + message);
+        return m_flags.yes;
+    }
     // Reformatting destroys a volume: only --force says yes to that.
     const bool reformat = title.startsWith(QStringLiteral("Tape already Formatted"));
     if (reformat ? m_flags.force : m_flags.yes)

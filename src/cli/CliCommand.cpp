@@ -73,14 +73,17 @@ const QList<Command> &commands()
     return list;
 }
 
-const char *const kExitText = "Exit status:\n"
-                              "  0    the operation succeeded\n"
-                              "  1    the operation failed\n"
-                              "  2    usage error (unknown command, option or drive)\n"
-                              "  3    refused: a question's flag is missing, the drive is in use by another\n"
-                              "       process, mounted where it must not be (or not where it must), or the\n"
-                              "       paths are not set\n"
-                              "  130  ended by SIGINT, 143 ended by SIGTERM\n";
+const char *const kExitText =
+    "Exit status:\n"
+    "  0    the operation succeeded\n"
+    "  1    the operation failed\n"
+    "  2    usage error (unknown command, option or drive)\n"
+    "  3    refused: a question's flag is missing, the drive is in use by another\n"
+    "       process, mounted where it must not be (or not where it must), or the\n"
+    "       paths are not set\n"
+    "  130  ended by SIGINT, 143 ended by SIGTERM: the operation was stopped as the\n"
+    "       window's Stop does; a firmware update is never stopped, and a format\n"
+    "       only with --yes (the cartridge is left unformatted)\n";
 
 void out(const QString &text, FILE *stream = stdout)
 {
@@ -112,18 +115,39 @@ QString helpText(const QCommandLineParser &parser, const Command *command)
     return text;
 }
 
-// Runs the event loop until the engine's operation is over or a signal came.
+// How long a stopped operation may take to end: the tool's grace between
+// SIGTERM and SIGKILL, and a margin.
+constexpr qint64 kStoppedEndMs = 7000;
+
+// Runs the event loop until the engine's operation is over. A signal stops it
+// as the window's Stop does (not in the handler: the stop takes locks); where
+// the stop is refused, the operation goes on to its own verdict.
 void waitForOperation(TapeEngine &engine)
 {
     QEventLoop loop;
     QObject::connect(&engine, &TapeEngine::operationEnded, &loop, &QEventLoop::quit);
     QTimer signalWatch;
-    QObject::connect(&signalWatch, &QTimer::timeout, &loop, [&loop, &engine] {
+    QElapsedTimer stopped;
+    QObject::connect(&signalWatch, &QTimer::timeout, &loop, [&loop, &engine, &stopped] {
         if (g_signalStatus.load() == 0)
             return;
-        // The running tool and its process group end at once, and no later
-        // step starts another (not in the handler: the list of children is
-        // behind a lock).
+        if (!stopped.isValid()) {
+            switch (engine.stop()) {
+            case TapeEngine::StopResult::Stopped:
+                stopped.start();
+                return;
+            case TapeEngine::StopResult::Refused:
+                // A later signal asks again.
+                g_signalStatus.store(0);
+                return;
+            case TapeEngine::StopResult::NothingToStop:
+                break;
+            }
+        } else if (stopped.elapsed() < kStoppedEndMs) {
+            return;
+        }
+        // Nothing to stop, or a tool that outlives even SIGKILL (stuck in the
+        // kernel): the program does not wait for it.
         engine.abandon();
         loop.quit();
     });
@@ -412,8 +436,8 @@ int runCli(const QStringList &arguments)
         {QStringLiteral("verbose"),
          QStringLiteral("Show the running tool's output on standard error as it arrives.")},
         {QStringLiteral("yes"),
-         QStringLiteral(
-             "Answer OK to the confirmations (mount, recover, test, validate, firmware, replace).")},
+         QStringLiteral("Answer OK to the confirmations (mount, recover, test, validate, firmware, replace, "
+                        "stopping a format on a signal).")},
         {QStringLiteral("force"),
          QStringLiteral("Reformat a tape that already holds a volume (its data is lost).")},
         {QStringLiteral("name"), QStringLiteral("The volume name of a format (6 letters or digits)."),

@@ -1,6 +1,7 @@
-// tapedesk-cli: no display, no QApplication. SIGINT and SIGTERM end the
-// running tool's process group and the run, with 130 or 143; the drive's lock
-// goes with the process.
+// tapedesk-cli: no display, no QApplication. SIGINT and SIGTERM stop the
+// operation as the window's Stop does (TapeEngine::stop) and end the run with
+// 130 or 143; where the stop is refused the run goes on. The drive's lock goes
+// with the process.
 
 #include "cli/CliCommand.h"
 

@@ -50,6 +50,15 @@ public:
     virtual void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) = 0;
     // A tool's output as it arrives, before the run is judged.
     virtual void toolOutput(QByteArrayView chunk) { (void)chunk; }
+    // A tool runs on the GUI thread's turn (`held` true) or no longer (false;
+    // the calls nest). A face with controls answers true when it keeps every
+    // user input but its Stop action from them meanwhile; the engine's wait
+    // then lets input through, else it holds all of it back itself.
+    virtual bool holdInputButStop(bool held)
+    {
+        (void)held;
+        return false;
+    }
 };
 
 } // namespace tapedesk

@@ -15,10 +15,31 @@
 
 #include <QEventLoop>
 #include <QHash>
+#include <QThread>
 #include <QTimer>
 #include <thread>
 
 namespace tapedesk {
+
+namespace {
+// How long a stopped tool has to end after SIGTERM before SIGKILL follows.
+constexpr int kStopGraceMs = 5000;
+} // namespace
+
+QString actionName(Action action)
+{
+    static const QHash<Action, QString> names{
+        {Action::Scan, QStringLiteral("Scan")},
+        {Action::Mount, QStringLiteral("Mount")},
+        {Action::Format, QStringLiteral("Format")},
+        {Action::Test, QStringLiteral("Test")},
+        {Action::HostValidation, QStringLiteral("Host Validation")},
+        {Action::RetrieveLog, QStringLiteral("Retrieve Log")},
+        {Action::Upgrade, QStringLiteral("Upgrade")},
+        {Action::Recover, QStringLiteral("Recover")},
+        {Action::ClearMountedDrives, QStringLiteral("Clear Mounted Drives")}};
+    return names.value(action);
+}
 
 TapeEngine::TapeEngine(Face &face, QObject *parent) : QObject(parent), m_face(face)
 {
@@ -44,8 +65,17 @@ void TapeEngine::perform(Action action)
         consoleLine(QStringView(QStringLiteral("Another operation is running; the request waits for none.")));
         return;
     }
+    // A stopped tool that ignored SIGTERM has a few seconds left; its drive
+    // is not free before it has gone.
+    if (m_stopped && action != Action::ClearMountedDrives) {
+        showResults(
+            false, QStringLiteral("Not started: the stopped tool has not ended yet - try again in a moment"));
+        return;
+    }
     if (!beginOperation(action))
         return;
+    if (action != Action::ClearMountedDrives)
+        m_action = action;
     runStep([&] { performAction(action); });
 }
 
@@ -93,15 +123,8 @@ bool TapeEngine::beginOperation(Action action)
         return true;
     const DriveRecord record = drive->record();
     const QString key = record.serialNumber.isEmpty() ? record.id : record.serialNumber;
-    static const QHash<Action, QString> names{{Action::Mount, QStringLiteral("Mount")},
-                                              {Action::Format, QStringLiteral("Format")},
-                                              {Action::Test, QStringLiteral("Test")},
-                                              {Action::HostValidation, QStringLiteral("Host Validation")},
-                                              {Action::RetrieveLog, QStringLiteral("Retrieve Log")},
-                                              {Action::Upgrade, QStringLiteral("Upgrade")},
-                                              {Action::Recover, QStringLiteral("Recover")}};
     QString holder;
-    if (m_driveLock.acquire(key, names.value(action), holder))
+    if (m_driveLock.acquire(key, actionName(action), holder))
         return true;
     m_operating = wasOperating;
     const QString reason = QStringLiteral("Refused: %1 is in use by %2 - one operation at a time per drive")
@@ -117,6 +140,7 @@ void TapeEngine::checkOperationEnded()
         (timer && timer->isActive()))
         return;
     m_operating = false;
+    m_stopped = false;
     m_driveLock.release();
     Q_EMIT operationEnded();
 }
@@ -127,7 +151,11 @@ void TapeEngine::runStep(const std::function<void()> &f)
     // steps queued meanwhile run inside it: none of them may end the
     // operation while this one is still under way.
     ++m_stepDepth;
-    f();
+    try {
+        f();
+    } catch (const Stopped &) {
+        // stop() has shown the end; the rest of the step belongs to it.
+    }
     --m_stepDepth;
     checkOperationEnded();
 }
@@ -135,6 +163,7 @@ void TapeEngine::runStep(const std::function<void()> &f)
 void TapeEngine::start()
 {
     m_operating = true;
+    m_action = Action::Scan;
     runStep([this] {
         const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
         consoleLine(QStringView(mounted));
@@ -174,6 +203,7 @@ void TapeEngine::preferencesSaved()
     // when ready. Once the paths are valid the setup is over.
     if (m_awaitingSetup && !m_busy) {
         m_operating = true;
+        m_action = Action::Scan;
         runStep([this] { checkPathsAndScan(); });
     }
 }
@@ -195,14 +225,20 @@ QString TapeEngine::shell(const QString &launchPath, const QStringList &argument
             post([this, bytes = chunk.toByteArray()] { m_face.toolOutput(bytes); });
         };
     }
+    toolStarting(launchPath, arguments);
     QString output = shellLaunch(launchPath, arguments, lastErrorOutput, live);
+    // What a stopped tool printed decides nothing.
+    toolEnded();
     Q_EMIT toolRan(launchPath, arguments, exitCodeFromOutput(output).value_or(QString()));
     return output;
 }
 
 QString TapeEngine::shell(const QString &command)
 {
-    return shellCommand(command);
+    toolStarting(command, {});
+    QString output = shellCommand(command);
+    toolEnded();
+    return output;
 }
 
 void TapeEngine::refreshDriveTable()
@@ -216,6 +252,11 @@ void TapeEngine::setMountLabel(const QString &text)
 }
 
 void TapeEngine::post(std::function<void()> f)
+{
+    post(std::move(f), QThread::currentThread() != thread());
+}
+
+void TapeEngine::post(std::function<void()> f, bool dropWhenStopped)
 {
     // The count is shared with the post, which is dropped unrun when the
     // engine goes first; either way the step leaves the count.
@@ -234,9 +275,10 @@ void TapeEngine::post(std::function<void()> f)
         std::shared_ptr<std::atomic<int>> m_count;
     };
     auto step = std::make_shared<Step>(m_queuedSteps);
-    postTo(this, [this, step = std::move(step), f = std::move(f)]() mutable {
+    postTo(this, [this, step = std::move(step), f = std::move(f), dropWhenStopped]() mutable {
         runStep([&] {
-            f();
+            if (!dropWhenStopped || !m_stopped)
+                f();
             step.reset();
         });
     });
@@ -265,9 +307,16 @@ void TapeEngine::runInBackground(std::function<void()> f)
 {
     ++m_backgroundParts;
     startInBackground([this, f = std::move(f)] {
-        f();
+        {
+            const StopWatch watch(m_stopped, kStopGraceMs);
+            try {
+                f();
+            } catch (const Stopped &) {
+                // stop() has shown the end; nothing of the part is left to run.
+            }
+        }
         // Counted down on the GUI thread, behind every post the part made.
-        post([this] { --m_backgroundParts; });
+        post([this] { --m_backgroundParts; }, false);
     });
 }
 
@@ -278,14 +327,25 @@ QString TapeEngine::runResponsive(const std::function<QString()> &work)
     std::atomic<bool> done{false};
     ++m_responsiveDepth;
     std::thread worker([&] {
-        result = work();
+        {
+            const StopWatch watch(m_stopped, kStopGraceMs);
+            try {
+                result = work();
+            } catch (const Stopped &) {
+                // Thrown again on the GUI thread, below.
+            }
+        }
         done = true;
         postTo(&loop, [&loop] { loop.quit(); });
     });
+    // Input reaches the Stop only where the face holds back the rest itself.
+    const bool faceHoldsInput = m_face.holdInputButStop(true);
     while (!done)
-        loop.exec(QEventLoop::ExcludeUserInputEvents);
+        loop.exec(faceHoldsInput ? QEventLoop::AllEvents : QEventLoop::ExcludeUserInputEvents);
+    m_face.holdInputButStop(false);
     worker.join();
     --m_responsiveDepth;
+    throwIfStopped();
     return result;
 }
 

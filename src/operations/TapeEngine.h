@@ -15,10 +15,14 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 class QTimer;
 
 namespace tapedesk {
+
+// The action as the operator knows it: "Mount", "Host Validation", ...
+QString actionName(Action action);
 
 // The text of the last tool output, carried from one step to the next.
 extern Synchronized<QString> lastStatusFeedBack;
@@ -73,6 +77,24 @@ public:
     // for a front end that is going away (a signal, the window closing). The
     // workflow under way then fails at its next step without touching a drive.
     void abandon();
+    // What stop() did.
+    enum class StopResult {
+        Stopped,       // the operation ended as a failure (its tool ends with it)
+        Refused,       // the pane says why; the operation goes on
+        NothingToStop, // no operation under way, or one already stopped
+    };
+    // The operator's Stop (operations/stop.cpp). The running tool's process
+    // group gets SIGTERM, and SIGKILL 5 s later if it is still there; no later
+    // step of the operation runs, and the operation ends at once as a failure:
+    // one pane line naming what was stopped, the failed status on the
+    // workflow's button, endProgress(). Nothing it had not yet recorded is
+    // recorded; a stopped unmount wait leaves the drive recorded as mounted.
+    // Refused during a firmware update, and while mkltfs runs unless the
+    // operator confirms that the cartridge is left unformatted.
+    StopResult stop();
+    // True from an accepted stop() until the stopped operation's last part
+    // has unwound (its tool gone); no other action starts meanwhile.
+    bool isStopping() const { return m_stopped.load(); }
     // Hands each tool's output to the face as it arrives (Face::toolOutput).
     void setLiveOutput(bool on) { m_liveOutput = on; }
 
@@ -135,9 +157,10 @@ public:
 
     // Runs `work` off the GUI thread and waits for it while the event loop
     // keeps turning (the window painting, queued posts running); user input is
-    // held back, so no second operation can start meanwhile. For tool runs
-    // that belong to the GUI thread's turn (unmount, polls, forced reformat,
-    // eject).
+    // held back but for the face's Stop (Face::holdInputButStop), so no second
+    // operation can start meanwhile. For tool runs that belong to the GUI
+    // thread's turn (unmount, polls, forced reformat, eject). After a stop it
+    // does not return but unwinds the step that called it.
     QString runResponsive(const std::function<QString()> &work);
     // True while a tool run started by runResponsive() is in flight.
     bool isWaitingResponsive() const { return m_responsiveDepth > 0; }
@@ -170,6 +193,19 @@ Q_SIGNALS:
     void toolRan(const QString &program, const QStringList &arguments, const QString &code);
 
 private:
+    // Thrown where a stopped operation would go on (a tool run, the end of a
+    // responsive wait) and caught by runStep() and runInBackground(): the
+    // rest of the workflow is skipped, and stop() has already shown its end.
+    struct Stopped
+    {
+    };
+    void throwIfStopped() const;
+    // Records the tool a run is about to start, or throws Stopped; and forgets it.
+    void toolStarting(const QString &launchPath, const QStringList &arguments);
+    void toolEnded();
+    // stop()'s end of the unmount's wait: the drive as it was before it.
+    QString endUnmountWait();
+
     // The actions as the operator asks for them (perform()).
     void scanAction();
     void mountAction();
@@ -186,8 +222,11 @@ private:
     // nothing of it is left.
     void runStep(const std::function<void()> &f);
     void setBusy(bool busy);
-    // Posts `f` counted as a queued step of the operation.
+    // Posts `f` counted as a queued step of the operation. A post from
+    // another thread than the engine's is dropped once the operation is
+    // stopped: a stopped operation's background part shows nothing more.
     void post(std::function<void()> f);
+    void post(std::function<void()> f, bool dropWhenStopped);
     // Starts an operation: takes the selected drive's lock for `action`
     // where it acts on a drive. False, after saying why, when it may not.
     bool beginOperation(Action action);
@@ -237,6 +276,18 @@ private:
     bool m_operating = false;
     bool m_liveOutput = false;
     std::atomic<bool> m_abandoned{false};
+    // The action under way, whose button shows a stop's failure.
+    Action m_action = Action::Scan;
+    // Set by an accepted stop() until the operation has ended; the tool runs
+    // of the operation's threads obey it (StopWatch).
+    std::atomic<bool> m_stopped{false};
+    // The tool a run has started, so stop() can name it and refuse mkltfs
+    // unconfirmed; held while a run starts, so a run either sees the stop or
+    // is seen by it.
+    std::mutex m_toolMutex;
+    QString m_runningTool;
+    bool m_runningMkltfs = false;
+    quint64 m_toolRuns = 0;
     // Steps of the operation still queued for the GUI thread, and background
     // parts still running.
     std::shared_ptr<std::atomic<int>> m_queuedSteps = std::make_shared<std::atomic<int>>(0);
@@ -257,6 +308,10 @@ private:
     QElapsedTimer m_unmountClock;
     qint64 m_lastHolderReportMs = 0;
     QStringList m_lastVolumeUsers;
+    // The drives as the unmount found them, and the selection: put back when
+    // its wait is stopped, since the volume may still be mounted.
+    DrivePtr m_unmountSelection;
+    QList<std::pair<DrivePtr, DriveRecord>> m_unmountRecords;
     // The drive Format was pressed on: the format goes on only while it is
     // still the selected drive.
     DrivePtr m_formatTarget;

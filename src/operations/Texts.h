@@ -18,6 +18,9 @@ inline const QString ALERT_FIRMWARE_SURE = QStringLiteral(
 inline const QString STATUS_LOG_GATHERING =
     QStringLiteral("Gathering Log Info - This May Take Several Minutes\n");
 
+// The question before a stop ends mkltfs.
+inline const QString kStopFormatTitle = QStringLiteral("Stop the format?");
+
 inline const QString MSG_NO_PREFERENCES = QStringLiteral("WARNING: No preferences set for paths");
 
 // Support's address in the operator's closing lines; a deployment may set its

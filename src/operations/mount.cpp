@@ -144,6 +144,7 @@ void TapeEngine::mountInBackground(const DrivePtr &drive)
     // ("fuse: mountpoint is not empty"), and then nothing is mounted. Only the
     // mount table listing this very mount point does.
     const MountAnswer inTable = waitForMountListing(record.name, kListingWaitMs);
+    throwIfStopped();
     if (inTable != MountAnswer::Yes) {
         QStringList lines{kMountFailedLine, stderrText};
         if (inTable == MountAnswer::Unknown)

@@ -21,6 +21,7 @@
 #include "tools/Console.h"
 #include "tools/ToolPaths.h"
 
+#include <QScopeGuard>
 #include <QTimer>
 
 namespace tapedesk {
@@ -62,6 +63,8 @@ void TapeEngine::unMountDrive()
     startProgress();
     const QString mountPoint = kMountRoot + drive->name();
     m_unmountPoint = mountPoint;
+    m_unmountSelection = drive;
+    m_unmountRecords = {{drive, drive->record()}};
     m_unmountClock.start();
     m_lastHolderReportMs = 0;
     showResults(true, QStringLiteral("Unmounting Tape: ") + mountPoint);
@@ -80,6 +83,8 @@ void TapeEngine::unMountDrive()
     const bool stopped = drive->record().ltfsStopped;
     for (const DrivePtr &listed : driveList.snapshot()) {
         if (listed->id() == id) {
+            if (listed != drive)
+                m_unmountRecords.append({listed, listed->record()});
             listed->update([](DriveRecord &r) { r.mounted = r.ltfsStopped = false; });
             drive->update([](DriveRecord &r) { r.label.clear(); });
             selectedDrive.set(listed);
@@ -99,6 +104,8 @@ void TapeEngine::waitForUnMount()
     if (m_pollInFlight)
         return;
     m_pollInFlight = true;
+    // A stop unwinds the poll from inside one of its runs.
+    auto pollOver = qScopeGuard([this] { m_pollInFlight = false; });
     const MountAnswer listed = tapeMountAnswer();
     const QString point = m_unmountPoint.isEmpty() ? mountPointOfSelection() : m_unmountPoint;
     std::optional<QList<LtfsHolder>> holders;
@@ -122,6 +129,7 @@ void TapeEngine::waitForUnMount()
             busyLines = volumeUsersLines(users);
         }
     }
+    pollOver.dismiss();
     m_pollInFlight = false;
     if (listed != MountAnswer::No || !holders || !holders->isEmpty()) {
         showResults(true, kWaiting);
@@ -157,6 +165,8 @@ void TapeEngine::waitForUnMount()
         showResults(false, QStringLiteral("Removed Mounted Record"));
     }
     m_unmountPoint.clear();
+    m_unmountRecords.clear();
+    m_unmountSelection.reset();
     endProgress();
     showResults(false, QStringLiteral("End unMountDrive"));
 }

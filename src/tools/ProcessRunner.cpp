@@ -8,6 +8,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <set>
 #include <spawn.h>
@@ -27,6 +28,18 @@ namespace {
 // chatty tools by sixteen; the kernel may refuse, which is harmless.
 constexpr int kPipeSize = 1 << 20;
 constexpr qsizetype kMinRead = qsizetype(64) * 1024;
+// How often a run under a StopWatch looks at its stop.
+constexpr int kStopCheckMs = 50;
+
+// The stop the runs of this thread obey (StopWatch), and the grace before SIGKILL.
+thread_local const std::atomic<bool> *tl_stop = nullptr;
+thread_local int tl_stopGraceMs = 0;
+
+void signalGroup(pid_t pid, int signal)
+{
+    ::kill(-pid, signal); // the child leads its own process group
+    ::kill(pid, signal);
+}
 
 class ChildRegistry
 {
@@ -75,10 +88,8 @@ public:
     void killAll()
     {
         std::lock_guard lock(m_mutex);
-        for (pid_t pid : m_live) {
-            ::kill(-pid, SIGKILL); // the child leads its own process group
-            ::kill(pid, SIGKILL);
-        }
+        for (pid_t pid : m_live)
+            signalGroup(pid, SIGKILL);
     }
 
 private:
@@ -206,7 +217,9 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
                          const ChunkObserver &observer, int timeoutMs)
 {
     ProcessResult result;
-    if (program.isEmpty())
+    const std::atomic<bool> *stop = tl_stop;
+    const int stopGraceMs = tl_stopGraceMs;
+    if (program.isEmpty() || (stop && stop->load()))
         return result;
 
     std::vector<std::string> storage;
@@ -270,21 +283,39 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
     if (mode == StreamMode::Separate)
         fds[openCount++] = {errPipe.fd[0], POLLIN, 0};
 
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
     bool killed = false;
+    // Set once a stop has sent SIGTERM: when SIGKILL follows.
+    std::optional<Clock::time_point> forcefulAt;
+    const auto millisecondsUntil = [](Clock::time_point t) {
+        return static_cast<int>(std::max<long long>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(t - Clock::now()).count(), 0));
+    };
     while (fds[0].fd >= 0 || (openCount > 1 && fds[1].fd >= 0)) {
+        if (stop && !killed) {
+            if (!forcefulAt && stop->load()) {
+                // Politely first: a tool may release the drive on its way out.
+                signalGroup(pid, SIGTERM);
+                forcefulAt = Clock::now() + std::chrono::milliseconds(stopGraceMs);
+            } else if (forcefulAt && Clock::now() >= *forcefulAt) {
+                signalGroup(pid, SIGKILL);
+                killed = true;
+            }
+        }
         int wait = -1;
-        if (timeoutMs >= 0 && !killed) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
-            wait = static_cast<int>(std::max<long long>(left.count(), 0));
+        if (timeoutMs >= 0 && !killed)
+            wait = millisecondsUntil(deadline);
+        if (stop && !killed) {
+            const int check = forcefulAt ? millisecondsUntil(*forcefulAt) : kStopCheckMs;
+            wait = wait < 0 ? check : std::min(wait, check);
         }
         int n = ::poll(fds, static_cast<nfds_t>(openCount), wait);
         if (n == 0) {
+            if (timeoutMs < 0 || killed || Clock::now() < deadline)
+                continue; // only the stop's turn
             // Out of time: the pipes close once the group is gone.
-            ::kill(-pid, SIGKILL);
-            ::kill(pid, SIGKILL);
+            signalGroup(pid, SIGKILL);
             killed = true;
             continue;
         }
@@ -326,6 +357,19 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
     result.out = out.take();
     result.err = err.take();
     return result;
+}
+
+StopWatch::StopWatch(const std::atomic<bool> &stop, int graceMs)
+    : m_previous(tl_stop), m_previousGraceMs(tl_stopGraceMs)
+{
+    tl_stop = &stop;
+    tl_stopGraceMs = graceMs;
+}
+
+StopWatch::~StopWatch()
+{
+    tl_stop = m_previous;
+    tl_stopGraceMs = m_previousGraceMs;
 }
 
 namespace children {

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <atomic>
 #include <functional>
 
 namespace tapedesk {
@@ -39,6 +40,24 @@ struct ProcessResult
 // ended by itself.
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
                          const ChunkObserver &observer = {}, int timeoutMs = -1);
+
+// A stop that the runs started on this thread obey while the watch lives: once
+// `stop` is set, a run not yet started starts nothing (ProcessResult::started
+// false), and a running child's process group gets SIGTERM at once and SIGKILL
+// `graceMs` later if it is still there. The run then returns what the child
+// wrote so far. A run notices the stop within about 50 ms.
+class StopWatch
+{
+public:
+    StopWatch(const std::atomic<bool> &stop, int graceMs);
+    ~StopWatch();
+    StopWatch(const StopWatch &) = delete;
+    StopWatch &operator=(const StopWatch &) = delete;
+
+private:
+    const std::atomic<bool> *m_previous;
+    int m_previousGraceMs;
+};
 
 // Every child started by runProcess that has not been reaped yet. Quitting the
 // application kills them (and their process groups), so a hung tool never

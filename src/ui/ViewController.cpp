@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -29,6 +30,25 @@
 #include <QVBoxLayout>
 
 namespace tapedesk {
+
+namespace {
+
+// The stop square of media controls in the caption's own colour: no status
+// colour, since Stop has no outcome of its own. Qt greys it when disabled.
+QIcon stopIcon(const QColor &colour)
+{
+    QPixmap square(16, 16);
+    square.fill(Qt::transparent);
+    QPainter painter(&square);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawRoundedRect(QRectF(3, 3, 10, 10), 1.5, 1.5);
+    painter.end();
+    return QIcon(square);
+}
+
+} // namespace
 
 ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
 {
@@ -142,7 +162,27 @@ void ViewController::buildLayout()
     keep.setRetainSizeWhenHidden(true);
     ui.progressIndicator->setSizePolicy(keep);
     ui.progressIndicator->hide();
-    right->addWidget(ui.progressIndicator);
+    // No status image: Stop ends whatever runs and has no outcome of its own.
+    ui.btnStop = new QPushButton(QStringLiteral("Stop"), central);
+    ui.btnStop->setObjectName(QStringLiteral("btnStop"));
+    ui.btnStop->setAccessibleName(QStringLiteral("Stop"));
+    ui.btnStop->setAccessibleDescription(QStringLiteral("Ends the running tool (Escape)"));
+    ui.btnStop->setToolTip(QStringLiteral("Ends the running tool (Esc)"));
+    ui.btnStop->setShortcut(QKeySequence(Qt::Key_Escape));
+    ui.btnStop->setIcon(stopIcon(ui.btnStop->palette().color(QPalette::ButtonText)));
+    // Reached by Tab, but a click leaves the focus where it was.
+    ui.btnStop->setFocusPolicy(Qt::TabFocus);
+    ui.btnStop->setFixedHeight(24);
+    ui.btnStop->setMinimumWidth(80);
+    QSizePolicy keepStop(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    keepStop.setRetainSizeWhenHidden(true);
+    ui.btnStop->setSizePolicy(keepStop);
+    ui.btnStop->hide();
+    auto *progressRow = new QHBoxLayout;
+    progressRow->setSpacing(10);
+    progressRow->addWidget(ui.progressIndicator, 1, Qt::AlignVCenter);
+    progressRow->addWidget(ui.btnStop);
+    right->addLayout(progressRow);
 
     ui.rightScrollView = new QPlainTextEdit(central);
     ui.rightScrollView->setObjectName(QStringLiteral("rightScrollView"));
@@ -192,6 +232,7 @@ void ViewController::connectActions()
     bind(ui.btnHostValidation, &ViewController::btnHostValidation);
     bind(ui.btnFormat, &ViewController::btnFormat);
     bind(ui.btnClearPreferences, &ViewController::btnClearPreferences);
+    bind(ui.btnStop, &ViewController::btnStop);
     connect(ui.tableView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { tableViewSelectionDidChange(); });
 }
@@ -256,6 +297,11 @@ void ViewController::btnHostValidation(QAbstractButton *)
 void ViewController::btnClearPreferences(QAbstractButton *)
 {
     engine.perform(Action::ClearMountedDrives);
+}
+
+void ViewController::btnStop(QAbstractButton *)
+{
+    engine.stop();
 }
 
 void ViewController::controlTextDidChange(QLineEdit *field)
@@ -347,12 +393,54 @@ void ViewController::progressStarted()
 {
     enableActions(false);
     ui.progressIndicator->show();
+    ui.btnStop->show();
 }
 
 void ViewController::progressEnded()
 {
     enableActions(true);
     ui.progressIndicator->hide();
+    ui.btnStop->hide();
+}
+
+bool ViewController::holdInputButStop(bool held)
+{
+    m_inputHolds += held ? 1 : -1;
+    if (held && m_inputHolds == 1)
+        qApp->installEventFilter(this);
+    else if (!held && m_inputHolds == 0)
+        qApp->removeEventFilter(this);
+    return true;
+}
+
+bool ViewController::eventFilter(QObject *watched, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonRelease:
+    case QEvent::MouseButtonDblClick:
+    case QEvent::Wheel:
+    case QEvent::KeyPress:
+    case QEvent::KeyRelease:
+    case QEvent::Shortcut:
+    case QEvent::ContextMenu:
+    case QEvent::TouchBegin:
+    case QEvent::TouchUpdate:
+    case QEvent::TouchEnd:
+    case QEvent::InputMethod:
+        break;
+    default:
+        return false;
+    }
+    // A window hands its input on to the widget under it, which is judged here.
+    auto *widget = qobject_cast<QWidget *>(watched);
+    if (!widget && watched->isWindowType())
+        return false;
+    if (widget == ui.btnStop)
+        return false;
+    // The stop's own question about mkltfs.
+    QWidget *modal = QApplication::activeModalWidget();
+    return !(widget && modal && (widget == modal || modal->isAncestorOf(widget)));
 }
 
 void ViewController::enableActions(bool enabled)

@@ -42,6 +42,7 @@ public:
         QPushButton *btnFormat = nullptr;
         QPushButton *btnClearPreferences = nullptr;
         QProgressBar *progressIndicator = nullptr;
+        QPushButton *btnStop = nullptr; // beside the progress, while an operation runs
     };
 
     explicit ViewController(QWidget *parent = nullptr);
@@ -65,6 +66,7 @@ public:
     void btnRunTest(QAbstractButton *sender = nullptr);
     void btnHostValidation(QAbstractButton *sender = nullptr);
     void btnClearPreferences(QAbstractButton *sender = nullptr);
+    void btnStop(QAbstractButton *sender = nullptr);
     // The volume-name field of the format's question.
     void controlTextDidChange(QLineEdit *field);
 
@@ -82,6 +84,7 @@ public:
     void progressStarted() override;
     void progressEnded() override;
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
+    bool holdInputButStop(bool held) override;
 
 Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
@@ -90,6 +93,9 @@ Q_SIGNALS:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    // While input is held: the application's input reaches only Stop and
+    // the dialog a stop may ask.
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void buildLayout();
@@ -97,6 +103,7 @@ private:
     void enableActions(bool enabled);
 
     DriveTableModel *m_model = nullptr;
+    int m_inputHolds = 0;
 };
 
 } // namespace tapedesk
