@@ -1,0 +1,409 @@
+// ctest-timeout: 120
+// The application: its windows and menus, the compiled-in manual, the real
+// program quit while a tool hangs, and a settings store that cannot be read or
+// written. With TAPEDESK_SCREENSHOT_DIR set (and a real display) it also saves
+// the pictures the README shows.
+
+#include "Preferences/PreferencesViewController.h"
+#include "Preferences/PreferencesWindowController.h"
+#include "app/AppDelegate.h"
+#include "app/Eula_ViewController.h"
+#include "app/Help_ViewController.h"
+#include "app/WindowController.h"
+#include "drives/DriveStateStore.h"
+#include "support/TestMain.h"
+#include "support/WindowHarness.h"
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+#include "ui/AuthenticateViewController.h"
+#include "ui/ViewController.h"
+
+#include <QLabel>
+#include <QMenuBar>
+#include <QPainter>
+#include <QPdfDocument>
+#include <QPdfPageNavigator>
+#include <QPdfView>
+#include <QPlainTextEdit>
+#include <QProcess>
+#include <QStyle>
+#include <QTableView>
+#include <QTextBrowser>
+#include <csignal>
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+// A drive of this test's own, so a mount uses its own mount point.
+const QByteArray kLibrary =
+    "[drive]\nid = tape61\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000161\n"
+    "address = H1-B0-T0-L0\nloaded = yes\ncartridge = yes\nbarcode = TD0061\n"
+    "formatted = yes\nvolume = VOL61\n";
+
+// The library above, paths on the simulator, no fault, and one drive
+// remembered from an earlier mount that no fault may cost its record.
+void freshLibrary()
+{
+    resetSimulator();
+    QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
+    if (state.open(QIODevice::WriteOnly))
+        state.write(kLibrary);
+    qunsetenv("TAPESIM_FAIL");
+    mountedDrives.set({});
+    driveList.clear();
+    SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
+    useSimulator();
+    DriveRecord r;
+    r.id = QStringLiteral("tape7");
+    r.name = QStringLiteral("7");
+    r.serialNumber = QStringLiteral("7777777777");
+    DriveStateStore::saveDriveInfo(Drive(r));
+}
+
+QStringList titles(const QList<QAction *> &actions)
+{
+    QStringList out;
+    for (QAction *a : actions) {
+        if (!a->isSeparator())
+            out << a->text().remove(QLatin1Char('&'));
+    }
+    return out;
+}
+
+int topLevelCount(const QString &objectName)
+{
+    const QWidgetList all = QApplication::topLevelWidgets();
+    return int(
+        std::count_if(all.cbegin(), all.cend(), [&](QWidget *w) { return w->objectName() == objectName; }));
+}
+
+// The living processes of session `sid` (zombies only wait to be reaped).
+QStringList sessionMembers(pid_t sid)
+{
+    QStringList members;
+    for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray stat = readFile(QStringLiteral("/proc/") + entry + QStringLiteral("/stat"));
+        // "pid (comm) state ppid pgrp session ...": comm may hold blanks.
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() < 4 || fields.at(0) == "Z" || fields.at(3).toInt() != sid)
+            continue;
+        const QByteArray cmdline = readFile(QStringLiteral("/proc/") + entry + QStringLiteral("/cmdline"));
+        members << entry + QLatin1Char(' ') +
+                       QString::fromLocal8Bit(QByteArray(cmdline).replace('\0', ' ').trimmed());
+    }
+    return members;
+}
+
+void setWritable(const QString &path, bool writable)
+{
+    QFileDevice::Permissions p = QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+    if (QFileInfo(path).isDir())
+        p |= QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther;
+    QFile::setPermissions(path, writable ? p | QFileDevice::WriteOwner : p);
+}
+
+bool openWindow(ViewController &vc, const QString &firstWords)
+{
+    vc.viewDidLoad({QStringLiteral("tapedesk")});
+    vc.show();
+    return waitForPane(vc, firstWords) && waitForIdle(vc);
+}
+
+} // namespace
+
+class AppTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Root writes through any permission bits; without these capabilities it
+    // meets a read-only folder as an operator does. Threads inherit them when
+    // they are created, so this runs before the test starts any.
+    void initTestCase()
+    {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+        if (::syscall(SYS_capget, &header, data) == 0) {
+            data[0].effective &=
+                ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH) | (1u << CAP_FOWNER));
+            ::syscall(SYS_capset, &header, data);
+        }
+    }
+
+    void init() { freshLibrary(); }
+
+    void menusReachEachWindowOnce()
+    {
+        SettingsStore::remove(EULA_AGREED_KEY);
+        QApplication::setPalette(QPalette(Qt::white));
+        ViewController window;
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        delegate.attachMainWindow(window);
+        // The look is dark whatever the desktop says.
+        QVERIFY(QApplication::palette().color(QPalette::Window).lightness() < 80);
+        QVERIFY(QApplication::palette().color(QPalette::WindowText).lightness() > 180);
+        QCOMPARE(QApplication::style()->name(), QStringLiteral("fusion"));
+        QVERIFY(!QApplication::windowIcon().isNull());
+
+        QCOMPARE(titles(window.menuBar()->actions()), (QStringList{"TapeDesk", "Help"}));
+        QList<QAction *> commands;
+        for (QAction *top : window.menuBar()->actions()) {
+            QVERIFY(!top->menu()->accessibleName().isEmpty());
+            commands += top->menu()->actions();
+        }
+        QCOMPARE(titles(commands),
+                 (QStringList{"Preferences…", "Account…", "Quit", "TapeDesk Help", "Licence Agreement"}));
+        QCOMPARE(delegate.actionPreferences->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+        QCOMPARE(delegate.actionHelp->shortcut(), QKeySequence(Qt::Key_F1));
+        QCOMPARE(delegate.actionQuit->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
+
+        for (int twice = 0; twice < 2; ++twice) {
+            for (QAction *a : {delegate.actionPreferences, delegate.actionHelp, delegate.actionAccount,
+                               delegate.actionLicence})
+                a->trigger();
+            for (QWidget *w : {static_cast<QWidget *>(delegate.preferencesController.get()),
+                               static_cast<QWidget *>(delegate.helpController.get()),
+                               static_cast<QWidget *>(delegate.accountController.get()),
+                               static_cast<QWidget *>(delegate.eulaController.get())}) {
+                QVERIFY(w && w->isVisible());
+                QCOMPARE(topLevelCount(w->objectName()), 1);
+                w->close();
+            }
+        }
+        auto *help = qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController());
+        QCOMPARE(help->pdfView()->document(), help->document());
+        QCOMPARE(help->pdfView()->zoomMode(), QPdfView::ZoomMode::FitToWidth);
+        QVERIFY(
+            qobject_cast<AuthenticateViewController *>(delegate.accountController->contentViewController()));
+        // Showing the licence records the agreement.
+        QCOMPARE(SettingsStore::boolean(EULA_AGREED_KEY), std::optional<bool>(true));
+        QVERIFY(qobject_cast<Eula_ViewController *>(delegate.eulaController->contentViewController())
+                    ->textView()
+                    ->toPlainText()
+                    .contains(QStringLiteral("Licence")));
+
+        // A bar without an application menu gets one with its own Quit.
+        QMenuBar bare;
+        AppDelegate second;
+        second.installMenus(&bare);
+        QCOMPARE(titles(bare.actions().constFirst()->menu()->actions()),
+                 (QStringList{"Preferences…", "Account…", "Quit"}));
+    }
+
+    void theManualOrAnEmptyView_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("compiled in") << kManualResource << true;
+        QTest::newRow("missing") << makeDir(QStringLiteral("nomanual")) + QStringLiteral("/manual.pdf")
+                                 << false;
+        const QString junk = makeDir(QStringLiteral("junk")) + QStringLiteral("/manual.pdf");
+        QFile f(junk);
+        if (f.open(QIODevice::WriteOnly))
+            f.write("this is not a PDF\n");
+        QTest::newRow("not a PDF") << junk << false;
+    }
+
+    void theManualOrAnEmptyView()
+    {
+        QFETCH(QString, file);
+        QFETCH(bool, shown);
+        Help_ViewController view(nullptr, file);
+        view.show();
+        QCOMPARE(view.pdfView()->document() != nullptr, shown);
+        if (!shown)
+            return;
+        QString text;
+        for (int page = 0; page < view.document()->pageCount(); ++page)
+            text += view.document()->getAllText(page).text() + QLatin1Char('\n');
+        // Lines wrap wherever the page ends: compare the words only.
+        text = text.simplified();
+        for (const char *expected : {"WARNING: No preferences set for paths", "Preferences have been saved.",
+                                     "Scan Failed - make sure your preferences are set", "Format Canceled",
+                                     "scripts/demo", "exit code carried over"})
+            QVERIFY2(text.contains(QString::fromUtf8(expected)), expected);
+    }
+
+    // A logout or a service stop sends SIGTERM while the start-up scan hangs:
+    // the program ends cleanly and leaves no process of its session behind.
+    void quitWhileAToolHangs()
+    {
+        QProcess app;
+        app.setProgram(QStringLiteral(TAPEDESK_BIN "/tapedesk"));
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("TAPESIM_FAIL"), QStringLiteral("*:scan=hang"));
+        app.setProcessEnvironment(env);
+        app.setStandardOutputFile(QProcess::nullDevice());
+        app.setStandardErrorFile(QProcess::nullDevice());
+        app.setChildProcessModifier([] { ::setsid(); });
+        app.start();
+        QVERIFY(app.waitForStarted());
+        const auto sid = static_cast<pid_t>(app.processId());
+        QVERIFY(waitUntil(
+            [&] {
+                const QStringList members = sessionMembers(sid);
+                return std::any_of(members.cbegin(), members.cend(), [](const QString &m) {
+                    return m.contains(QStringLiteral("/itdt ")) && m.endsWith(QStringLiteral(" scan"));
+                });
+            },
+            30000));
+
+        ::kill(sid, SIGTERM);
+        const bool ended = app.waitForFinished(30000);
+        waitUntil([&] { return sessionMembers(sid).isEmpty(); }, 5000);
+        const QStringList left = sessionMembers(sid);
+        for (const QString &m : left) // never leave a test's processes behind
+            ::kill(m.section(QLatin1Char(' '), 0, 0).toInt(), SIGKILL);
+        QVERIFY(ended);
+        QCOMPARE(app.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app.exitCode(), 0);
+        QCOMPARE(left, QStringList());
+    }
+
+    // Junk in the middle of the file (a crash while it was written): no path
+    // can be trusted; the first write keeps the operator's bytes aside and
+    // says where.
+    void aCorruptStoreIsKeptAsideAndNamed()
+    {
+        const QString file = SettingsStore::fileName();
+        QByteArray damaged = readFile(file);
+        damaged.insert(damaged.indexOf('\n') + 1, QByteArray("\0\x01\x02 half-written line\n", 22));
+        QFile f(file);
+        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write(damaged);
+        f.close();
+
+        ViewController vc;
+        QVERIFY(openWindow(vc, QStringLiteral("Looks like preferences settings could be wrong.")));
+        QCOMPARE(vc.ui.tableView->model()->rowCount(), 0);
+        QCOMPARE(readFile(file), damaged);
+        vc.ui.btnClearPreferences->click();
+        QVERIFY(waitForPane(vc, QStringLiteral("Mounted drives reset")));
+        const QString kept = SettingsStore::preservedCopy();
+        QCOMPARE(readFile(kept), damaged);
+        QVERIFY(paneText(vc).contains(
+            QStringLiteral("The settings file %1 could not be read; it was kept as %2 and "
+                           "a new one started.")
+                .arg(file, kept)));
+    }
+
+    // The folder cannot be written: the scan and the mount still work from
+    // what can be read, each failed write is named, and the file stays as it was.
+    void aReadOnlyStoreSaysWhatCouldNotBeSaved()
+    {
+        const QString file = SettingsStore::fileName();
+        const QString folder = QFileInfo(file).absolutePath();
+        const QByteArray before = readFile(file);
+        setWritable(file, false);
+        setWritable(folder, false);
+        auto restore = qScopeGuard([&] {
+            setWritable(folder, true);
+            setWritable(file, true);
+        });
+        if (QFile(folder + QStringLiteral("/probe")).open(QIODevice::WriteOnly))
+            QSKIP("this user writes through read-only folders");
+        const QString cannotSave =
+            QStringLiteral("Could not save settings to %1 - check that its folder can be "
+                           "written to.")
+                .arg(file);
+        {
+            ViewController vc;
+            QVERIFY(openWindow(vc, QStringLiteral("Scan Complete")));
+            QCOMPARE(vc.ui.tableView->model()->rowCount(), 2); // the remembered drive was read
+            vc.ui.tableView->selectRow(0);
+            QVERIFY(waitForPane(vc, QStringLiteral("tape61 Selected")));
+            DialogScript script;
+            script.press(QStringLiteral("Ok"));
+            vc.ui.btnMount->click();
+            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")));
+            QVERIFY(waitForIdle(vc));
+            QVERIFY(paneText(vc).contains(cannotSave));
+            QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
+            // A failed write takes nothing from what is read.
+            QVERIFY(vc.engine.support.preferencesValid());
+
+            vc.ui.rightScrollView->clear();
+            vc.ui.btnClearPreferences->click();
+            QVERIFY(waitForPane(vc, QStringLiteral("Mounted drives reset")));
+            QCOMPARE(paneText(vc), QLatin1Char('\n') + cannotSave + QStringLiteral("\nMounted drives reset"));
+        }
+        PreferencesWindowController preferences;
+        preferences.showWindow();
+        preferences.pathsPane()->ui.btnSave->click();
+        QCOMPARE(preferences.pathsPane()->lblStatus->text(),
+                 QStringLiteral("Preferences could not be saved to %1 - they apply until TapeDesk quits.")
+                     .arg(file));
+        QCOMPARE(readFile(file), before);
+    }
+
+    // Not a check: pictures for the documentation, taken only when asked.
+    void screenshots()
+    {
+        const QString dir = qEnvironmentVariable("TAPEDESK_SCREENSHOT_DIR");
+        if (dir.isEmpty())
+            QSKIP("TAPEDESK_SCREENSHOT_DIR not set");
+        // Where the tools live on a typical host; the picture shows the paths, not the tools.
+        setPaths(QStringLiteral("/opt/itdt/itdt"), QStringLiteral("/usr/local/bin/ltfs"),
+                 QStringLiteral("/usr/local/bin/mkltfs"), QStringLiteral("/srv/tapedesk/output"));
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        delegate.showPreferences();
+        delegate.preferencesController->pathsPane()->ui.btnSave->click();
+        QVERIFY(QTest::qWaitForWindowExposed(delegate.preferencesController.get()));
+        QTest::qWait(500);
+        QVERIFY(delegate.preferencesController->grab().save(dir + QStringLiteral("/preferences-window.png")));
+
+        delegate.showHelp();
+        delegate.helpController->resize(900, 860);
+        QVERIFY(QTest::qWaitForWindowExposed(delegate.helpController.get()));
+        qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController())
+            ->pdfView()
+            ->pageNavigator()
+            ->jump(1, QPointF());
+        QTest::qWait(2500); // pages are rendered in the background
+        QVERIFY(delegate.helpController->grab().save(dir + QStringLiteral("/help-window.png")));
+
+        // The first start on a host without the tools: the message, and the
+        // preferences window that opened by itself over the main window. An
+        // operator's home without a Documents folder; nothing is saved there.
+        const QByteArray home = qgetenv("HOME");
+        const QByteArray path = qgetenv("PATH");
+        qputenv("HOME", "/home/operator");
+        qputenv("PATH", "/usr/bin:/bin");
+        SettingsStore::removeKeys(
+            {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs, PreferenceKeys::output});
+        ViewController window;
+        AppDelegate first;
+        first.applicationDidFinishLaunching();
+        first.attachMainWindow(window);
+        window.viewDidLoad({QStringLiteral("tapedesk")});
+        window.show();
+        QVERIFY(waitUntil(
+            [&] { return first.preferencesController && first.preferencesController->isVisible(); }));
+        QVERIFY(QTest::qWaitForWindowExposed(first.preferencesController.get()));
+        QTest::qWait(500);
+        QPixmap shot = window.grab();
+        const QPixmap preferences = first.preferencesController->grab();
+        {
+            QPainter painter(&shot);
+            // Below the message, which is what the operator reads first.
+            const QPoint at((shot.width() - preferences.width()) / 2 + 120, 300);
+            painter.drawPixmap(at, preferences);
+            painter.setPen(QPen(QColor(0x60, 0x90, 0xd0), 2));
+            painter.drawRect(QRect(at, preferences.size()).adjusted(-1, -1, 0, 0));
+        }
+        qputenv("HOME", home);
+        qputenv("PATH", path);
+        const QImage small = shot.scaledToWidth(820, Qt::SmoothTransformation).toImage();
+        QVERIFY(small.save(dir + QStringLiteral("/first-start.png"), nullptr, 0));
+    }
+};
+
+TAPEDESK_TEST_MAIN(AppTest)
+#include "tst_app.moc"

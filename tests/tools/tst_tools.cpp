@@ -1,0 +1,458 @@
+// ctest-timeout: 120
+// The lowest layers as the workflows lean on them: child processes and their
+// pipes, the login-shell lookup, the per-user store and its damaged files, the
+// tool paths, and the dump-folder helpers of src/support.
+
+#include "support/FileHelpers.h"
+#include "support/Support.h"
+#include "support/TestMain.h"
+#include "support/WindowHarness.h"
+#include "tools/Bash.h"
+#include "tools/ProcessRunner.h"
+#include "tools/SettingsStore.h"
+#include "tools/Shell.h"
+#include "tools/ToolPaths.h"
+
+#include <QDir>
+#include <QScopeGuard>
+#include <QThread>
+#include <QTimeZone>
+#include <unistd.h>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+const QByteArray kStartError = "(*********** START ERROR ************************)";
+const QByteArray kEndError = "(*********** END ERROR ********************)";
+const QByteArray kStart = "(*********** START ************************)";
+const QByteArray kEnd = "(*********** END ********************)";
+
+QString writeFile(const QString &path, const QByteArray &bytes,
+                  QFileDevice::Permissions mode = QFile::ReadOwner | QFile::WriteOwner)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        f.write(bytes);
+    f.close();
+    f.setPermissions(mode);
+    return path;
+}
+
+QString tool(const QString &name, const QString &body)
+{
+    return writeScript(TestHome::path() + QStringLiteral("/tools"), name, body);
+}
+
+// Children of this process that have exited but were never waited for.
+int zombieChildren()
+{
+    int zombies = 0;
+    for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        const QByteArray stat = readFile(QStringLiteral("/proc/") + entry + QStringLiteral("/stat"));
+        // "1234 (sh) Z 1200 ...": the command name may hold blanks and parentheses.
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (stat.contains(')') && fields.size() > 1 && fields.at(0) == "Z" &&
+            fields.at(1).toInt() == ::getpid())
+            ++zombies;
+    }
+    return zombies;
+}
+
+QString freshFolder()
+{
+    static int n = 0;
+    return makeDir(QStringLiteral("files%1").arg(++n));
+}
+
+void setDate(const QString &path, QFileDevice::FileTime which, int hour)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadWrite));
+    QVERIFY(f.setFileTime(QDateTime(QDate(2026, 3, 1), QTime(hour, 0), QTimeZone::utc()), which));
+}
+
+// Everything in the folder, hidden entries included: what the operator finds there afterwards.
+QStringList everythingIn(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                                  QDir::Name);
+}
+
+} // namespace
+
+class ToolsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void unstartableToolsRunNothing_data()
+    {
+        QTest::addColumn<QString>("path");
+        const QString dir = makeDir(QStringLiteral("unstartable"));
+        const auto exe = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+        QTest::newRow("missing") << dir + QStringLiteral("/no-such-tool");
+        QTest::newRow("folder") << makeDir(QStringLiteral("unstartable/folder"));
+        QTest::newRow("no run bit") << writeFile(dir + QStringLiteral("/no-run-bit"),
+                                                 "#!/bin/sh\necho ran\n");
+        QTest::newRow("broken interpreter line")
+            << writeFile(dir + QStringLiteral("/broken"), "#!/no/such/interpreter\necho ran\n", exe);
+        // Neither an interpreter line nor a binary: nothing may fall back to a shell.
+        QTest::newRow("no interpreter line") << writeFile(dir + QStringLiteral("/plain"), "echo ran\n", exe);
+    }
+
+    void unstartableToolsRunNothing()
+    {
+        QFETCH(QString, path);
+        Synchronized<QString> lastError(QStringLiteral("left from the last run"));
+        QString out = QStringLiteral("not called");
+        const QList<QByteArray> console = consoleOf([&] { out = shellLaunch(path, {"scan"}, lastError); });
+        QCOMPARE(out, QString());
+        QCOMPARE(lastError.get(), QStringLiteral("left from the last run"));
+        QCOMPARE(console,
+                 (QList<QByteArray>{kStartError, "left from the last run", kEndError, kStart, "", kEnd}));
+        QCOMPARE(children::liveCount(), 0);
+    }
+
+    void outputReachesTheCallerAsTheToolWroteIt()
+    {
+        const QString echo =
+            tool(QStringLiteral("echo-args"),
+                 QStringLiteral("printf '[%s]\\n' \"$@\"\nprintf 'caf\\303\\251 \\377\\n' >&2\nexit 3"));
+        Synchronized<QString> err;
+        QString out;
+        const QList<QByteArray> console = consoleOf([&] {
+            out = shellLaunch(echo, {"-f", "", "two  blanks", "*", "$HOME", "'q\"", "Ünïcødé"}, err);
+        });
+        QCOMPARE(out, QStringLiteral("[-f]\n[]\n[two  blanks]\n[*]\n[$HOME]\n['q\"]\n[Ünïcødé]\n"));
+        QCOMPARE(err.get(), QStringLiteral("café \uFFFD\n"));
+        // The console gets the raw bytes; each text brings its own line end.
+        QCOMPARE(console.mid(0, 6),
+                 (QList<QByteArray>{kStartError, "caf\xc3\xa9 \xff", "", kEndError, kStart, "[-f]"}));
+        consoleOf([&] { shellLaunch(QStringLiteral("/bin/true"), {}, err); });
+        QCOMPARE(err.get(), QString());
+        QCOMPARE(runProcess(echo, {}, StreamMode::Separate).exitStatus, 3);
+        // The merged stream keeps the child's order.
+        QCOMPARE(shellCommand(QStringLiteral("echo first; echo second >&2; printf 'ok\\377\\n'")),
+                 QStringLiteral("first\nsecond\nok\uFFFD\n"));
+    }
+
+    void floodOnBothPipesNeverBlocks()
+    {
+        // Megabytes on stderr while stdout is still silent: reading stdout
+        // alone first would deadlock once the stderr pipe is full.
+        const QString flood =
+            tool(QStringLiteral("flood"),
+                 QStringLiteral("head -c 8388608 /dev/zero | tr '\\0' e >&2\n"
+                                "i=0; while [ $i -lt 300 ]; do\n"
+                                "  echo \"out $i\"; echo \"err $i\" >&2; i=$((i + 1))\ndone\n"
+                                "head -c 2097152 /dev/zero | tr '\\0' o"));
+        QByteArray seenOut;
+        QByteArray seenErr;
+        const ProcessResult r =
+            runProcess(flood, {}, StreamMode::Separate, [&](OutputStream stream, QByteArrayView chunk) {
+                (stream == OutputStream::Stdout ? seenOut : seenErr).append(chunk);
+            });
+        QCOMPARE(r.exitStatus, 0);
+        QVERIFY(r.err.startsWith(QByteArray(8388608, 'e') + "err 0\n"));
+        QVERIFY(r.err.endsWith("err 299\n"));
+        QVERIFY(r.out.startsWith("out 0\n"));
+        QVERIFY(r.out.endsWith("out 299\n" + QByteArray(2097152, 'o')));
+        QCOMPARE(seenOut, r.out);
+        QCOMPARE(seenErr, r.err);
+    }
+
+    void childrenAreReapedAndAHungToolEndsWithItsGroup()
+    {
+        Synchronized<QString> err;
+        consoleOf([&] {
+            for (int i = 0; i < 200; ++i)
+                shellLaunch(i % 2 ? QStringLiteral("/bin/true") : QStringLiteral("/bin/false"), {}, err);
+        });
+        // One that closes its pipes and lives on is reaped after it ends.
+        QCOMPARE(shellCommand(QStringLiteral("echo bye; exec >&- 2>&-; sleep 0.3")), QStringLiteral("bye\n"));
+        QTRY_COMPARE_WITH_TIMEOUT(children::liveCount(), 0, 10000);
+        QCOMPARE(zombieChildren(), 0);
+
+        // The sleep is a grandchild that holds the pipes too: the run returns
+        // only when the whole process group is killed.
+        const QString hang = tool(QStringLiteral("hang"), QStringLiteral("sleep 1000 &\necho started\nwait"));
+        const ProcessResult cut = runProcess(hang, {}, StreamMode::Separate, {}, 300);
+        QCOMPARE(cut.out, QByteArray("started\n"));
+        QCOMPARE(cut.exitStatus, -1);
+        QTRY_COMPARE_WITH_TIMEOUT(children::liveCount(), 0, 10000);
+        QCOMPARE(zombieChildren(), 0);
+    }
+
+    void bashLooksCommandsUpThroughTheLoginShell()
+    {
+        const QString dir = makeDir(QStringLiteral("login-bin"));
+        writeScript(dir, QStringLiteral("tapedesk-fake-umount"),
+                    QStringLiteral("echo 'busy' >&2\nprintf '<%s>\\n' \"$@\""));
+        installLoginProfile({dir});
+        auto dropProfile =
+            qScopeGuard([] { QFile::remove(TestHome::path() + QStringLiteral("/.bash_profile")); });
+        QVERIFY(!qEnvironmentVariable("PATH").contains(dir));
+        QCOMPARE(Bash().execute(QStringLiteral("tapedesk-fake-umount"), {"-v", "a b", ""}),
+                 QStringLiteral("<-v>\n<a b>\n<>\n"));
+        const ProcessResult both =
+            Bash().executeCollectingErrors(QStringLiteral("tapedesk-fake-umount"), {"x"});
+        QCOMPARE(both.out + both.err, QByteArray("<x>\nbusy\n"));
+
+        const auto thrownFor = [](const QString &name, bool collecting) {
+            try {
+                collecting ? (void)Bash().executeCollectingErrors(name, {}) : (void)Bash().execute(name, {});
+            } catch (const BashError &e) {
+                return e.name;
+            }
+            return QStringLiteral("nothing thrown");
+        };
+        QCOMPARE(thrownFor(QStringLiteral("tapedesk-no-such-command"), false),
+                 QStringLiteral("tapedesk-no-such-command"));
+        // Regression: when the path "which" printed could not be started, the
+        // error named that path instead of the command asked for.
+        writeScript(dir, QStringLiteral("which"), QStringLiteral("echo Welcome back\necho /no/such/umount"));
+        QCOMPARE(thrownFor(QStringLiteral("umount"), false), QStringLiteral("umount"));
+        QCOMPARE(thrownFor(QStringLiteral("umount"), true), QStringLiteral("umount"));
+    }
+
+    void toolPaths_data()
+    {
+        // The settings file ("$BIN" holds the three tools); the problem named
+        // after loading it; isPreferencesSet(); noToolPathSet().
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<QString>("problem");
+        QTest::addColumn<bool>("set");
+        QTest::addColumn<bool>("noTools");
+        const QByteArray tools =
+            "[General]\nITDT_PATH=$BIN/itdt\nLTFS_PATH=$BIN/ltfs\nMKLTFS_PATH=$BIN/mkltfs\n";
+        QTest::newRow("no file") << QByteArray() << "itdt path not set" << false << true;
+        QTest::newRow("output folder not made yet") << tools + "OUTPUT_FOLDER=$BIN/not-made\n"
+                                                    << "" << true << false;
+        QTest::newRow("no output folder") << tools << "output folder path not set" << false << false;
+        QTest::newRow("the first wrong path in checking order")
+            << QByteArray("[General]\nITDT_PATH=/x/itdt\nLTFS_PATH=$BIN/ltfs\nMKLTFS_PATH=/x/"
+                          "mkltfs\nOUTPUT_FOLDER=/o\n")
+            << "mkltfs not found at /x/mkltfs" << true << false;
+        QTest::newRow("values that are not text")
+            << QByteArray(
+                   "[General]\nITDT_PATH=/opt/itdt, /usr/bin/itdt\nLTFS_PATH=@ByteArray(/usr/bin/ltfs)\n"
+                   "MKLTFS_PATH=@Invalid()\nOUTPUT_FOLDER=/srv/out\n")
+            << "itdt path not set" << false << true;
+    }
+
+    void toolPaths()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(QString, problem);
+        QFETCH(bool, set);
+        QFETCH(bool, noTools);
+        const QString bin = makeDir(QStringLiteral("opt/bin"));
+        for (const char *name : {"itdt", "ltfs", "mkltfs"})
+            writeScript(bin, QString::fromLatin1(name), QStringLiteral("exit 0"));
+        QFile::remove(SettingsStore::fileName());
+        for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
+            p->set(QStringLiteral("/left/from/an/earlier/load"));
+        if (!file.isEmpty())
+            writeFile(SettingsStore::fileName(), file.replace("$BIN", QFile::encodeName(bin)));
+
+        QCOMPARE(preferencesValid(), problem.isEmpty());
+        QCOMPARE(preferencesProblem(), problem);
+        QCOMPARE(isPreferencesSet(), set);
+        QCOMPARE(noToolPathSet(), noTools);
+        QVERIFY2(!file.isEmpty() || !QFile::exists(SettingsStore::fileName()), "a read created the store");
+    }
+
+    void launchSwitchForgetsTheToolsOnly()
+    {
+        setPaths(QStringLiteral("/a/itdt"), QStringLiteral("/a/ltfs"), QStringLiteral("/a/mkltfs"),
+                 QStringLiteral("/srv/out"));
+        QCOMPARE(consoleOf([] {
+                     applyLaunchArguments({QStringLiteral("/usr/bin/tapedesk"), "-c", "-x"});
+                 }),
+                 (QList<QByteArray>{"default argument", "default argument"}));
+        QCOMPARE(ITDT_PATH.get(), QStringLiteral("/a/itdt")); // forgotten at the next load
+        QVERIFY(!preferencesValid());
+        QVERIFY(noToolPathSet());
+        QCOMPARE(OUTPUT_FOLDER.get(), QStringLiteral("/srv/out"));
+    }
+
+    // Regression rows: QSettings reported a damaged file only to the first read
+    // after it changed, so a read then a write overwrote the operator's file
+    // with what was salvaged; and only the first damage of a run was kept.
+    void damagedStoreReadsAsEmptyAndIsKeptAside_data()
+    {
+        QTest::addColumn<QByteArray>("damage"); // null: a folder in the file's place, unreadable even to root
+        QTest::newRow("cut off mid-line") << QByteArray("[General]\nITDT_PATH=/opt/itdt/itdt\nMKLT");
+        QTest::newRow("junk, a second time in the run")
+            << QByteArray("[General\nOUTPUT_FOLDER=/o\n\xff\xfe junk\n");
+        QTest::newRow("unreadable") << QByteArray();
+    }
+
+    void damagedStoreReadsAsEmptyAndIsKeptAside()
+    {
+        QFETCH(QByteArray, damage);
+        const QString file = SettingsStore::fileName();
+        QFile::remove(file);
+        if (damage.isNull())
+            QVERIFY(QDir().mkpath(file));
+        else
+            writeFile(file, damage);
+        const QString earlier = SettingsStore::preservedCopy();
+        QStringList told;
+        SettingsStore::setProblemListener([&](const QString &message) { told << message; });
+        auto forget = qScopeGuard([] { SettingsStore::setProblemListener({}); });
+
+        for (int read = 0; read < 2; ++read) {
+            QVERIFY(!preferencesValid());
+            QVERIFY(noToolPathSet());
+        }
+        QVERIFY(damage.isNull() || readFile(file) == damage);
+
+        QVERIFY(SettingsStore::setText(PreferenceKeys::output, QStringLiteral("/srv/new")));
+        const QString kept = SettingsStore::preservedCopy();
+        QVERIFY(!kept.isEmpty() && kept != earlier);
+        QVERIFY(damage.isNull() ? QFileInfo(kept).isDir() : readFile(kept) == damage);
+        QVERIFY(earlier.isEmpty() || QFileInfo::exists(earlier));
+        QCOMPARE(told,
+                 QStringList{QStringLiteral("The settings file %1 could not be read; it was kept as %2 and "
+                                            "a new one started.")
+                                 .arg(file, kept)});
+        QCOMPARE(SettingsStore::text(PreferenceKeys::output), QStringLiteral("/srv/new"));
+        QCOMPARE(SettingsStore::text(PreferenceKeys::itdt), std::nullopt);
+    }
+
+    void extensionIsTheTextAfterTheLastDot()
+    {
+        const QList<std::tuple<QString, QString, bool>> cases{
+            {"dump.blz", "blz", true},      {".blz", "blz", true}, {"dump.BLZ", "blz", false},
+            {"dump.blz.old", "blz", false}, {"blz", "blz", false}, {"dump.blz.", "blz", false},
+            {"README", "", true},           {"a.blz", "", false}};
+        for (const auto &[name, type, matches] : cases)
+            QVERIFY2(hasExtension(name, type) == matches, qPrintable(name));
+    }
+
+    void dumpListing_data()
+    {
+        QTest::addColumn<int>("date");
+        QTest::addColumn<bool>("ascending");
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("modified, oldest first")
+            << int(ContentDate::modified) << true << QStringList{"ten.blz", "eleven.blz", "noon.blz"};
+        QTest::newRow("modified, newest first")
+            << int(ContentDate::modified) << false << QStringList{"noon.blz", "eleven.blz", "ten.blz"};
+        QTest::newRow("accessed") << int(ContentDate::accessed) << true
+                                  << QStringList{"noon.blz", "eleven.blz", "ten.blz"};
+        QTest::newRow("created") << int(ContentDate::created) << true
+                                 << QStringList{"eleven.blz", "noon.blz", "ten.blz"};
+        QTest::newRow("created, newest first")
+            << int(ContentDate::created) << false << QStringList{"ten.blz", "noon.blz", "eleven.blz"};
+    }
+
+    // Made, modified and read in three different orders, so no date gives the
+    // expected answer by accident; birth times cannot be set, only waited for.
+    void dumpListing()
+    {
+        QFETCH(int, date);
+        QFETCH(bool, ascending);
+        QFETCH(QStringList, expected);
+        const QString folder = freshFolder();
+        for (const auto &[name, hour] : {std::pair{"eleven.blz", 11}, {"noon.blz", 12}, {"ten.blz", 10}}) {
+            const QString path = writeFile(folder + QLatin1Char('/') + QLatin1String(name), "x");
+            setDate(path, QFileDevice::FileModificationTime, hour);
+            setDate(path, QFileDevice::FileAccessTime, 24 - hour);
+            QThread::msleep(20);
+        }
+        const DirectoryListing l = contentsOfDirectory(QStringLiteral("blz"), QUrl::fromLocalFile(folder),
+                                                       ContentDate(date), ascending);
+        QVERIFY2(l.ok, qPrintable(l.error));
+        QCOMPARE(l.names, expected);
+    }
+
+    void listingKeepsOnlyDumpFiles()
+    {
+        const QString folder = freshFolder();
+        for (const char *name : {"a.blz", ".hidden.blz", "dump.BLZ", "dump.blz.old", "blz", "notes.txt"})
+            writeFile(folder + QLatin1Char('/') + QLatin1String(name), "x");
+        QVERIFY(QDir(folder).mkdir(QStringLiteral("folder.blz")));
+        const auto names = [&](ListingOptions options) {
+            QStringList n = contentsOfDirectory(QStringLiteral("blz"), QUrl::fromLocalFile(folder),
+                                                ContentDate::modified, true, options)
+                                .names;
+            n.sort();
+            return n;
+        };
+        QCOMPARE(names(ListingOption::none), (QStringList{".hidden.blz", "a.blz"}));
+        QCOMPARE(names(ListingOption::skipsHiddenFiles), QStringList{"a.blz"});
+
+        const DirectoryListing missing =
+            contentsOfDirectory(QStringLiteral("blz"), QUrl::fromLocalFile(folder + QStringLiteral("/gone")),
+                                ContentDate::created, false);
+        QVERIFY(!missing.ok);
+        QVERIFY(missing.error.contains(QStringLiteral("gone")));
+        QVERIFY(!contentsOfDirectory(QStringLiteral("blz"), QUrl(), ContentDate::created, false).ok);
+    }
+
+    void copyIntoTheOperatorsFolder_data()
+    {
+        QTest::addColumn<QString>("existing"); // at the file's name already: "", "file" or "folder"
+        QTest::addColumn<QString>("answer");   // to the replace question; "" when none may come
+        QTest::addColumn<QByteArray>("after"); // the file there afterwards (null: still the folder)
+        QTest::newRow("nothing there: nothing asked") << ""
+                                                      << "" << QByteArray("new dump");
+        QTest::newRow("Cancel keeps the old file") << "file"
+                                                   << "Cancel" << QByteArray("old dump");
+        QTest::newRow("OK puts the new file in its place") << "file"
+                                                           << "OK" << QByteArray("new dump");
+        QTest::newRow("a folder is never replaced") << "folder"
+                                                    << "OK" << QByteArray();
+    }
+
+    void copyIntoTheOperatorsFolder()
+    {
+        QFETCH(QString, existing);
+        QFETCH(QString, answer);
+        QFETCH(QByteArray, after);
+        const QString from = writeFile(freshFolder() + QStringLiteral("/drive.blz"), "new dump");
+        const QString to = freshFolder();
+        if (existing == QStringLiteral("file"))
+            writeFile(to + QStringLiteral("/drive.blz"), "old dump");
+        if (existing == QStringLiteral("folder"))
+            QVERIFY(QDir(to).mkpath(QStringLiteral("drive.blz/inside")));
+        QStringList duringQuestion;
+        DialogScript script;
+        if (!answer.isEmpty()) {
+            script.then([&](QWidget *dialog, const SeenDialog &) {
+                duringQuestion = everythingIn(to);
+                clickButton(dialog, answer);
+            });
+        }
+        QVERIFY(Support().copyFile(from, to));
+        QVERIFY(script.unexpected().isEmpty());
+        QCOMPARE(script.pending(), 0);
+        // A replacement that failed keeps its new copy beside, in a folder of its own.
+        const QStringList entries = everythingIn(to);
+        QCOMPARE(entries.size(), after.isNull() ? 2 : 1);
+        QVERIFY(after.isNull() ? QFileInfo(to + QStringLiteral("/drive.blz/inside")).isDir()
+                               : readFile(to + QStringLiteral("/drive.blz")) == after);
+        if (!answer.isEmpty()) {
+            const SeenDialog seen = script.seen().constFirst();
+            QCOMPARE(seen.title, QStringLiteral("Replace \"drive.blz\" in \"%1\" with new file?")
+                                     .arg(QFileInfo(to).fileName()));
+            QCOMPARE(seen.buttons, (QStringList{"OK", "Cancel"}));
+            // The copy waited beside the file, so the replacement is one rename.
+            QCOMPARE(duringQuestion.size(), 2);
+        }
+        QCOMPARE(replaceQuestion(QStringLiteral("/x.blz")),
+                 QStringLiteral("Replace \"x.blz\" in \"/\" with new file?"));
+        // No file to copy, or no folder to copy into: nothing happens.
+        QVERIFY(!Support().copyFile(from + QStringLiteral(".gone"), to));
+        QVERIFY(!Support().copyFile(from, to + QStringLiteral("/missing")));
+        QCOMPARE(everythingIn(to), entries);
+    }
+};
+
+TAPEDESK_TEST_MAIN(ToolsTest)
+#include "tst_tools.moc"
