@@ -26,11 +26,11 @@
 #include <QPdfView>
 #include <QPlainTextEdit>
 #include <QProcess>
-#include <QStyle>
+#include <QRegularExpression>
 #include <QTableView>
-#include <QTextBrowser>
 #include <csignal>
 #include <linux/capability.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -75,13 +75,6 @@ QStringList titles(const QList<QAction *> &actions)
     return out;
 }
 
-int topLevelCount(const QString &objectName)
-{
-    const QWidgetList all = QApplication::topLevelWidgets();
-    return int(
-        std::count_if(all.cbegin(), all.cend(), [&](QWidget *w) { return w->objectName() == objectName; }));
-}
-
 // The living processes of session `sid` (zombies only wait to be reaped).
 QStringList sessionMembers(pid_t sid)
 {
@@ -97,14 +90,6 @@ QStringList sessionMembers(pid_t sid)
                        QString::fromLocal8Bit(QByteArray(cmdline).replace('\0', ' ').trimmed());
     }
     return members;
-}
-
-void setWritable(const QString &path, bool writable)
-{
-    QFileDevice::Permissions p = QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
-    if (QFileInfo(path).isDir())
-        p |= QFileDevice::ExeOwner | QFileDevice::ExeGroup | QFileDevice::ExeOther;
-    QFile::setPermissions(path, writable ? p | QFileDevice::WriteOwner : p);
 }
 
 bool openWindow(ViewController &vc, const QString &firstWords)
@@ -148,45 +133,31 @@ private Q_SLOTS:
         // The look is dark whatever the desktop says.
         QVERIFY(QApplication::palette().color(QPalette::Window).lightness() < 80);
         QVERIFY(QApplication::palette().color(QPalette::WindowText).lightness() > 180);
-        QCOMPARE(QApplication::style()->name(), QStringLiteral("fusion"));
         QVERIFY(!QApplication::windowIcon().isNull());
 
-        QCOMPARE(titles(window.menuBar()->actions()), (QStringList{"TapeDesk", "Help"}));
         QList<QAction *> commands;
-        for (QAction *top : window.menuBar()->actions()) {
-            QVERIFY(!top->menu()->accessibleName().isEmpty());
+        for (QAction *top : window.menuBar()->actions())
             commands += top->menu()->actions();
-        }
-        QCOMPARE(titles(commands),
-                 (QStringList{"Preferences…", "Account…", "Quit", "TapeDesk Help", "Licence Agreement"}));
-        QCOMPARE(delegate.actionPreferences->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
-        QCOMPARE(delegate.actionHelp->shortcut(), QKeySequence(Qt::Key_F1));
-        QCOMPARE(delegate.actionQuit->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-
+        QCOMPARE(titles(window.menuBar()->actions() + commands),
+                 (QStringList{"TapeDesk", "Help", "Preferences…", "Account…", "Quit", "TapeDesk Help",
+                              "Licence Agreement"}));
+        // Each window is made once and comes back when asked again.
         for (int twice = 0; twice < 2; ++twice) {
             for (QAction *a : {delegate.actionPreferences, delegate.actionHelp, delegate.actionAccount,
                                delegate.actionLicence})
                 a->trigger();
-            for (QWidget *w : {static_cast<QWidget *>(delegate.preferencesController.get()),
-                               static_cast<QWidget *>(delegate.helpController.get()),
-                               static_cast<QWidget *>(delegate.accountController.get()),
-                               static_cast<QWidget *>(delegate.eulaController.get())}) {
-                QVERIFY(w && w->isVisible());
-                QCOMPARE(topLevelCount(w->objectName()), 1);
+            const QWidgetList all = QApplication::topLevelWidgets();
+            for (const char *name : {"Preferences", "HELP_WC", "ACCOUNT_WC", "EULA_WC"}) {
+                const auto named = [&](QWidget *w) { return w->objectName() == QLatin1String(name); };
+                QCOMPARE(std::count_if(all.cbegin(), all.cend(), named), 1);
+                QWidget *w = *std::find_if(all.cbegin(), all.cend(), named);
+                QVERIFY(w->isVisible());
                 w->close();
             }
         }
-        auto *help = qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController());
-        QCOMPARE(help->pdfView()->document(), help->document());
-        QCOMPARE(help->pdfView()->zoomMode(), QPdfView::ZoomMode::FitToWidth);
         QVERIFY(
             qobject_cast<AuthenticateViewController *>(delegate.accountController->contentViewController()));
-        // Showing the licence records the agreement.
-        QCOMPARE(SettingsStore::boolean(EULA_AGREED_KEY), std::optional<bool>(true));
-        QVERIFY(qobject_cast<Eula_ViewController *>(delegate.eulaController->contentViewController())
-                    ->textView()
-                    ->toPlainText()
-                    .contains(QStringLiteral("Licence")));
+        QCOMPARE(SettingsStore::boolean(EULA_AGREED_KEY), std::optional<bool>(true)); // the licence was shown
 
         // A bar without an application menu gets one with its own Quit.
         QMenuBar bare;
@@ -196,62 +167,19 @@ private Q_SLOTS:
                  (QStringList{"Preferences…", "Account…", "Quit"}));
     }
 
-    void theManualOrAnEmptyView_data()
-    {
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<bool>("shown");
-        QTest::newRow("compiled in") << kManualResource << true;
-        QTest::newRow("missing") << makeDir(QStringLiteral("nomanual")) + QStringLiteral("/manual.pdf")
-                                 << false;
-        const QString junk = makeDir(QStringLiteral("junk")) + QStringLiteral("/manual.pdf");
-        QFile f(junk);
-        if (f.open(QIODevice::WriteOnly))
-            f.write("this is not a PDF\n");
-        QTest::newRow("not a PDF") << junk << false;
-    }
-
-    void theManualOrAnEmptyView()
-    {
-        QFETCH(QString, file);
-        QFETCH(bool, shown);
-        Help_ViewController view(nullptr, file);
-        view.show();
-        QCOMPARE(view.pdfView()->document() != nullptr, shown);
-        if (!shown)
-            return;
-        QString text;
-        for (int page = 0; page < view.document()->pageCount(); ++page)
-            text += view.document()->getAllText(page).text() + QLatin1Char('\n');
-        // Lines wrap wherever the page ends: compare the words only.
-        text = text.simplified();
-        for (const char *expected : {"WARNING: No preferences set for paths", "Preferences have been saved.",
-                                     "Scan Failed - make sure your preferences are set", "Format Canceled",
-                                     "scripts/demo", "exit code carried over"})
-            QVERIFY2(text.contains(QString::fromUtf8(expected)), expected);
-    }
-
     // A logout or a service stop sends SIGTERM while the start-up scan hangs:
     // the program ends cleanly and leaves no process of its session behind.
     void quitWhileAToolHangs()
     {
         QProcess app;
-        app.setProgram(QStringLiteral(TAPEDESK_BIN "/tapedesk"));
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("TAPESIM_FAIL"), QStringLiteral("*:scan=hang"));
-        app.setProcessEnvironment(env);
-        app.setStandardOutputFile(QProcess::nullDevice());
-        app.setStandardErrorFile(QProcess::nullDevice());
+        qputenv("TAPESIM_FAIL", "*:scan=hang");
         app.setChildProcessModifier([] { ::setsid(); });
-        app.start();
+        app.start(QStringLiteral(TAPEDESK_BIN "/tapedesk"), {});
+        qunsetenv("TAPESIM_FAIL");
         QVERIFY(app.waitForStarted());
         const auto sid = static_cast<pid_t>(app.processId());
         QVERIFY(waitUntil(
-            [&] {
-                const QStringList members = sessionMembers(sid);
-                return std::any_of(members.cbegin(), members.cend(), [](const QString &m) {
-                    return m.contains(QStringLiteral("/itdt ")) && m.endsWith(QStringLiteral(" scan"));
-                });
-            },
+            [&] { return !sessionMembers(sid).filter(QRegularExpression("/itdt .* scan$")).isEmpty(); },
             30000));
 
         ::kill(sid, SIGTERM);
@@ -300,17 +228,13 @@ private Q_SLOTS:
         const QString file = SettingsStore::fileName();
         const QString folder = QFileInfo(file).absolutePath();
         const QByteArray before = readFile(file);
-        setWritable(file, false);
-        setWritable(folder, false);
-        auto restore = qScopeGuard([&] {
-            setWritable(folder, true);
-            setWritable(file, true);
-        });
+        ::chmod(QFile::encodeName(file).constData(), 0444);
+        ::chmod(QFile::encodeName(folder).constData(), 0555);
+        auto restore = qScopeGuard([&] { ::chmod(QFile::encodeName(folder).constData(), 0755); });
         if (QFile(folder + QStringLiteral("/probe")).open(QIODevice::WriteOnly))
             QSKIP("this user writes through read-only folders");
         const QString cannotSave =
-            QStringLiteral("Could not save settings to %1 - check that its folder can be "
-                           "written to.")
+            QStringLiteral("Could not save settings to %1 - check that its folder can be written to.")
                 .arg(file);
         {
             ViewController vc;

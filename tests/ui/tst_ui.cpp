@@ -23,11 +23,9 @@
 
 #include <QAccessible>
 #include <QFileDialog>
-#include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QProgressBar>
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -37,8 +35,6 @@ using namespace tapedesk::test;
 
 namespace {
 
-const QString kPathsWrong = QStringLiteral("\nLooks like preferences settings could be wrong.");
-
 DrivePtr drive(const QString &id, bool mounted = false)
 {
     DriveRecord r;
@@ -47,7 +43,6 @@ DrivePtr drive(const QString &id, bool mounted = false)
     r.serialNumber = QStringLiteral("S") + id;
     r.info2 = QStringLiteral("S/N:") + r.serialNumber;
     r.info3 = QStringLiteral("F1A2");
-    r.label = mounted ? QStringLiteral("KT1234") : QString();
     r.mounted = mounted;
     return makeDrive(r);
 }
@@ -87,33 +82,10 @@ void answer(QWidget *dialog, const QString &how)
 // A folder with firmware images, look-alikes, hidden files and a subfolder.
 QString firmwareFolder()
 {
-    const QString dir = makeDir(QStringLiteral("firmware"));
-    for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"}) {
-        QFile f(dir + QLatin1Char('/') + QLatin1String(name));
-        if (f.open(QIODevice::WriteOnly))
-            f.write("x");
-    }
-    QDir().mkpath(dir + QStringLiteral("/sub"));
+    const QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(4);
+    for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
+        writeScript(dir, QString::fromLatin1(name), {});
     return dir;
-}
-
-// What the dialog lists in its folder (folders with a "/"), once its listing
-// has loaded into `expected` or five seconds have passed.
-QStringList listedOnceLoaded(QFileDialog *fd, const QStringList &expected)
-{
-    const auto listed = [fd] {
-        auto *model = fd->findChild<QFileSystemModel *>();
-        const QModelIndex root = model->index(fd->directory().absolutePath());
-        QStringList names;
-        for (int r = 0; r < model->rowCount(root); ++r) {
-            const QModelIndex i = model->index(r, 0, root);
-            names << model->fileName(i) + (model->isDir(i) ? QStringLiteral("/") : QString());
-        }
-        names.sort();
-        return names;
-    };
-    waitUntil([&] { return listed() == expected; }, 5000);
-    return listed();
 }
 
 // Types into the name field as the operator does, then accepts. `direct`:
@@ -197,48 +169,48 @@ private Q_SLOTS:
 
     void startUp_data()
     {
-        // The pane once start-up is over; the fields the preferences window
-        // opens with (none: it stays closed); the pane's last line after Save.
+        // Tools on PATH; what is stored; the launch switch; the pane's second
+        // line after the warning; the fields the preferences window opens with
+        // (none: it stays closed); the pane's last line after Save.
         QTest::addColumn<bool>("toolsOnPath");
-        QTest::addColumn<bool>("documentsFolder");
         QTest::addColumn<QStringList>("stored");
         QTest::addColumn<QString>("launch");
-        QTest::addColumn<QString>("startPane");
+        QTest::addColumn<QString>("problem");
         QTest::addColumn<QStringList>("offered");
         QTest::addColumn<QString>("afterSave");
-        const QStringList onSim{"$SIM/itdt", "$SIM/ltfs", "$SIM/mkltfs"};
+        const auto row = [](const char *tag, bool toolsOnPath, const QStringList &stored, const char *launch,
+                            const char *problem, const QStringList &offered, const char *afterSave) {
+            QTest::newRow(tag) << toolsOnPath << stored << QString::fromLatin1(launch)
+                               << QString::fromLatin1(problem) << offered << QString::fromLatin1(afterSave);
+        };
+        const QStringList sim{"$SIM/itdt", "$SIM/ltfs", "$SIM/mkltfs"};
         const QString documents = QStringLiteral("$HOME/Documents/corvel-lto-output");
-        QTest::newRow("first start, tools on PATH: Save, then a scan")
-            << true << true << QStringList() << "" << kPathsWrong << onSim + QStringList{documents}
-            << "Scan Complete";
-        QTest::newRow("no documents folder: output in the home folder")
-            << true << false << QStringList() << "" << kPathsWrong
-            << onSim + QStringList{"$HOME/corvel-lto-output"} << "Scan Complete";
-        QTest::newRow("after -c: a first start again, the output folder not offered")
-            << true << true << onSim + QStringList{"$HOME/old-output"} << "-c" << kPathsWrong
-            << onSim + QStringList{documents} << "Scan Complete";
-        QTest::newRow("nothing installed: the install folder names what is missing")
-            << false << true << QStringList() << "" << kPathsWrong
-            << QStringList{"/usr/local/bin/itdt", "/usr/local/bin/ltfs", "/usr/local/bin/mkltfs", documents}
-            << "mkltfs not found at /usr/local/bin/mkltfs";
-        QTest::newRow("stored but wrong: the path is named, nothing opens")
-            << true << true << QStringList{"/opt/x/itdt", "$SIM/ltfs", "$SIM/mkltfs", "$HOME/out"} << ""
-            << kPathsWrong + QStringLiteral("\nitdt not found at /opt/x/itdt") << QStringList() << "";
+        row("first start, tools on PATH: Save, then a scan", true, {}, "", "", sim + QStringList{documents},
+            "Scan Complete");
+        row("no documents folder: output in the home folder", true, {}, "", "",
+            sim + QStringList{"$HOME/corvel-lto-output"}, "Scan Complete");
+        row("after -c: a first start again, the output not offered", true, sim + QStringList{"$HOME/old"},
+            "-c", "", sim + QStringList{documents}, "Scan Complete");
+        row("nothing installed: the install folder names what is missing", false, {}, "", "",
+            {"/usr/local/bin/itdt", "/usr/local/bin/ltfs", "/usr/local/bin/mkltfs", documents},
+            "mkltfs not found at /usr/local/bin/mkltfs");
+        row("stored but wrong: the path is named, nothing opens", true,
+            {"/opt/x/itdt", "$SIM/ltfs", "$SIM/mkltfs", "$HOME/out"}, "", "\nitdt not found at /opt/x/itdt",
+            {}, "");
     }
 
     void startUp()
     {
         QFETCH(bool, toolsOnPath);
-        QFETCH(bool, documentsFolder);
         QFETCH(QStringList, stored);
         QFETCH(QString, launch);
-        QFETCH(QString, startPane);
+        QFETCH(QString, problem);
         QFETCH(QStringList, offered);
         QFETCH(QString, afterSave);
         resetSimulator();
         for (const char *folder : {"/Documents", "/corvel-lto-output"})
             QDir(TestHome::path() + QLatin1String(folder)).removeRecursively();
-        if (documentsFolder)
+        if (!offered.value(3).startsWith(QStringLiteral("$HOME/corvel")))
             makeDir(QStringLiteral("Documents"));
         qputenv("PATH",
                 (toolsOnPath ? QFile::encodeName(simBinDir()) + ':' : QByteArray()) + "/usr/bin:/bin");
@@ -256,8 +228,9 @@ private Q_SLOTS:
         delegate.attachMainWindow(vc);
         vc.viewDidLoad({QStringLiteral("tapedesk"), launch});
         vc.show();
-        QVERIFY(waitForPane(vc, startPane.section(QLatin1Char('\n'), -1)));
-        QVERIFY(waitForIdle(vc));
+        const QString startPane =
+            QStringLiteral("\nLooks like preferences settings could be wrong.") + problem;
+        QVERIFY(waitForPane(vc, startPane) && waitForIdle(vc));
         QCOMPARE(paneText(vc), startPane);
         QCOMPARE(delegate.preferencesController != nullptr, !offered.isEmpty());
         if (offered.isEmpty())
@@ -267,8 +240,7 @@ private Q_SLOTS:
                               pane.txtOutput->text()}),
                  expand(offered));
         pane.ui.btnSave->click();
-        QVERIFY(waitForPane(vc, afterSave));
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(waitForPane(vc, afterSave) && waitForIdle(vc));
         QVERIFY(paneText(vc).endsWith(afterSave));
         QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
         QCOMPARE(vc.driveModel()->rowCount(), afterSave == QStringLiteral("Scan Complete") ? 5 : 0);
@@ -285,28 +257,23 @@ private Q_SLOTS:
         vc.viewDidLoad({QStringLiteral("tapedesk")});
         vc.show();
         QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-        const QList<QStringList> expected{
-            {"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "},
-            {"Drive4 (/dev/IBMtape3)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000104", "TAPE: "},
-            {"Drive6 (tape9)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape9", "TAPE: "}};
         QAccessibleInterface *table = QAccessible::queryAccessibleInterface(vc.ui.tableView);
-        for (int i = 0; i < 3; ++i) {
-            const int row = QList<int>{0, 3, 5}[i];
-            QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(),
-                     expected[i]);
-            QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name),
-                     expected[i].join('\n'));
+        for (const auto &[row, lines] :
+             {std::pair{
+                  0, QStringList{"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "}},
+              {5, {"Drive6 (tape9)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape9", "TAPE: "}}}) {
+            QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(), lines);
+            QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name), lines.join('\n'));
         }
         QCOMPARE(cardColour(vc, 0), QColor(Qt::lightGray));
         QCOMPARE(cardColour(vc, 5), QColor(Qt::yellow));
         // Dark text on the light card, readable in the dark window.
-        const QImage img = vc.ui.tableView->viewport()->grab().toImage();
-        const QRect card = vc.ui.tableView->visualRect(vc.driveModel()->index(0, 0));
+        const QImage card = vc.ui.tableView->viewport()
+                                ->grab(vc.ui.tableView->visualRect(vc.driveModel()->index(0, 0)))
+                                .toImage();
         int dark = 0;
-        for (int y = card.top(); y <= card.bottom(); ++y) {
-            for (int x = card.left(); x <= card.right(); ++x)
-                dark += qGray(img.pixel(x, y)) < 96 ? 1 : 0;
-        }
+        for (int i = 0; i < card.width() * card.height(); ++i)
+            dark += qGray(card.pixel(i % card.width(), i / card.width())) < 96 ? 1 : 0;
         QVERIFY2(dark > 50, qPrintable(QString::number(dark)));
 
         vc.ui.rightScrollView->clear();
@@ -317,13 +284,22 @@ private Q_SLOTS:
         };
         click(5);
         QVERIFY(waitForPane(vc, QStringLiteral("tape9 Selected")));
-        QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
+        // The caption is read by what it shows.
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
         QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
         QTest::qWait(50);
         QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape9 Selected"));
         click(0);
         QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
-        QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("MOUNT"));
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("MOUNT"));
+
+        // Automation and a screen reader find each control by its name alone.
+        QStringList names;
+        for (QWidget *w : vc.findChildren<QWidget *>())
+            names << read(w, QAccessible::Name);
+        for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
+                                 "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
+            QVERIFY2(names.count(QString::fromLatin1(name)) == 1, name);
 
         // Ten thousand drives, and still no widget per row.
         QList<DrivePtr> many;
@@ -336,54 +312,17 @@ private Q_SLOTS:
         QVERIFY(viewport->findChildren<QWidget *>().size() < 5);
     }
 
-    void everyControlIsNamedAndTheWindowIsFixed()
-    {
-        ViewController vc;
-        vc.show();
-        QVERIFY(waitForIdle(vc));
-        const QList<std::tuple<QWidget *, QString, QAccessible::Role>> controls{
-            {vc.ui.btnScan, "Scan", QAccessible::Button},
-            {vc.ui.btnMount, "Mount", QAccessible::Button},
-            {vc.ui.btnRetriveLog, "Retrieve Log", QAccessible::Button},
-            {vc.ui.btnTest, "Test", QAccessible::Button},
-            {vc.ui.btnUpgrade, "Upgrade", QAccessible::Button},
-            {vc.ui.btnHostValidation, "Host Validation", QAccessible::Button},
-            {vc.ui.btnFormat, "Format", QAccessible::Button},
-            {vc.ui.btnClearPreferences, "Clear Mounted Drives", QAccessible::Button},
-            {vc.ui.tableView, "Drives", QAccessible::Table},
-            {vc.ui.rightScrollView, "Output", QAccessible::EditableText},
-            {vc.ui.lblMount, "MOUNT", QAccessible::StaticText},
-            {vc.ui.progressIndicator, "Progress", QAccessible::ProgressBar}};
-        const QList<QWidget *> all = vc.findChildren<QWidget *>();
-        for (const auto &[widget, name, role] : controls) {
-            QCOMPARE(read(widget, QAccessible::Name), name);
-            QCOMPARE(QAccessible::queryAccessibleInterface(widget)->role(), role);
-            // Automation finds it by its name alone.
-            QCOMPARE(std::count_if(all.cbegin(), all.cend(),
-                                   [&](QWidget *w) { return w->accessibleName() == name; }),
-                     1);
-        }
-        QVERIFY(vc.windowFlags().testFlag(Qt::CustomizeWindowHint));
-        for (Qt::WindowType hint : {Qt::WindowCloseButtonHint, Qt::WindowMinimizeButtonHint,
-                                    Qt::WindowMaximizeButtonHint, Qt::WindowFullscreenButtonHint})
-            QVERIFY(!vc.windowFlags().testFlag(hint));
-        QCOMPARE(vc.windowTitle(), QStringLiteral("TapeDesk"));
-        const QSize before = vc.size();
-        vc.resize(before + QSize(300, 200));
-        QCoreApplication::processEvents();
-        QCOMPARE(vc.size(), before);
-    }
-
     void whatIsReadAloud_data()
     {
-        QTest::addColumn<QByteArray>("fault"); // for the Test run; none: a mounted drive chosen, then another
+        // What a screen reader gets: the alert's title, name and description,
+        // then the Test button's description at each status of the run.
+        QTest::addColumn<QByteArray>("fault");
         QTest::addColumn<QStringList>("expected");
         const QString alert =
             QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | ");
-        QTest::newRow("test passes") << QByteArray("") << QStringList{alert, "In Progress", "Complete"};
+        QTest::newRow("test passes") << QByteArray() << QStringList{alert, "In Progress", "Complete"};
         QTest::newRow("test fails") << QByteArray("tape0:load=4")
                                     << QStringList{alert, "In Progress", "Failed"};
-        QTest::newRow("caption follows the drive") << QByteArray() << QStringList{"UNMOUNT", "MOUNT"};
     }
 
     void whatIsReadAloud()
@@ -394,8 +333,7 @@ private Q_SLOTS:
         qputenv("TAPESIM_FAIL", fault);
         ViewController vc;
         QStringList heard;
-        // The description at each status a run gives the button (the property
-        // is set once the image and its words are in place).
+        // The statusImage property is set once the image and its words are in place.
         struct Reader : QObject
         {
             QStringList *heard = nullptr;
@@ -408,24 +346,16 @@ private Q_SLOTS:
         } reader;
         reader.heard = &heard;
         vc.ui.btnTest->installEventFilter(&reader);
-        if (!fault.isNull()) {
-            selectDrive(vc);
-            DialogScript script;
-            script.then([&](QWidget *d, const SeenDialog &) {
-                heard << QStringList{d->windowTitle(), read(d, QAccessible::Name),
-                                     read(d, QAccessible::Description)}
-                             .join(QStringLiteral(" | "));
-                clickButton(d, QStringLiteral("OK"));
-            });
-            vc.btnRunTest();
-            waitUntil([&] { return heard.size() >= expected.size(); }); // a miss shows below
-        } else {
-            for (const auto &[id, mounted] : {std::pair{"tape1", true}, {"tape0", false}}) {
-                vc.engine.selectDrive(drive(QString::fromLatin1(id), mounted));
-                QVERIFY(waitForPane(vc, QString::fromLatin1(id) + QStringLiteral(" Selected")));
-                heard << read(vc.ui.lblMount, QAccessible::Name);
-            }
-        }
+        selectDrive(vc);
+        DialogScript script;
+        script.then([&](QWidget *d, const SeenDialog &) {
+            heard << QStringList{d->windowTitle(), read(d, QAccessible::Name),
+                                 read(d, QAccessible::Description)}
+                         .join(QStringLiteral(" | "));
+            clickButton(d, QStringLiteral("OK"));
+        });
+        vc.btnRunTest();
+        waitUntil([&] { return heard.size() >= expected.size(); }); // a miss shows below
         QVERIFY(waitForIdle(vc));
         QCOMPARE(heard, expected);
     }
@@ -445,12 +375,10 @@ private Q_SLOTS:
         row("default kept", true, {}, "OK", "KT1234");
         row("typed text as it stands", true, QStringLiteral(" kt12ab -1 "), "OK", " kt12ab -1 ");
         row("Cancel after typing", true, QStringLiteral("AB1234"), "Cancel", "-1");
-        row("name, Escape", true, QStringLiteral("AB1234"), "Escape", "-1");
         row("name, closed", true, {}, "close", "-1");
         row("first button", false, QStringLiteral("Eject"), "Eject", "0");
         row("second button", false, QStringLiteral("Eject"), "Mount", "1");
         row("choice, Escape", false, QStringLiteral("Eject"), "Escape", "1");
-        row("choice, closed", false, QStringLiteral("Eject"), "close", "1");
         // The order follows the arguments, not what the words usually mean.
         row("Cancel given first", false, QStringLiteral("Cancel"), "Cancel", "0");
     }
@@ -480,7 +408,8 @@ private Q_SLOTS:
         QCOMPARE(script.seen().size(), 1);
         QCOMPARE(script.seen()[0].title, title);
         QCOMPARE(script.seen()[0].informative, ask);
-        QCOMPARE(script.seen()[0].buttons, (name ? QStringList{"OK", "Cancel"} : QStringList{typed, "Mount"}));
+        QCOMPARE(script.seen()[0].buttons,
+                 (name ? QStringList{"OK", "Cancel"} : QStringList{typed, "Mount"}));
         QCOMPARE(shown, name ? QStringLiteral("KT1234") : QString());
     }
 
@@ -488,20 +417,15 @@ private Q_SLOTS:
     {
         QTest::addColumn<bool>("folder");
         QTest::addColumn<QStringList>("types");
-        QTest::addColumn<QStringList>("offered"); // what the dialog lists, hidden files included
-        QTest::addColumn<QString>("refused");     // a name typed in and refused; "": none tried
+        QTest::addColumn<QString>("refused"); // a name typed in and refused; "": none tried
         QTest::addColumn<QString>("chosen");
         // Regression: a name typed into the field bypassed the type filter, so
         // the firmware update could be handed a text file.
-        QTest::newRow("firmware") << false << QStringList{"fmrz", "fm"}
-                                  << QStringList{".hidden.fm", "new.fmrz", "old.fm", "sub/"} << "notes.txt"
-                                  << "old.fm";
-        QTest::newRow("any file") << false << QStringList()
-                                  << QStringList{".hidden.fm", ".profile", "new.fmrz", "new.fmrz.bak",
-                                                 "notes.txt",  "old.fm",   "sub/"}
-                                  << ""
+        QTest::newRow("firmware") << false << QStringList{"fmrz", "fm"} << "notes.txt"
+                                  << ".hidden.fm";
+        QTest::newRow("any file") << false << QStringList() << ""
                                   << "notes.txt";
-        QTest::newRow("a folder") << true << QStringList() << QStringList{"sub/"} << "new.fmrz"
+        QTest::newRow("a folder") << true << QStringList() << "new.fmrz"
                                   << "sub";
     }
 
@@ -509,24 +433,20 @@ private Q_SLOTS:
     {
         QFETCH(bool, folder);
         QFETCH(QStringList, types);
-        QFETCH(QStringList, offered);
         QFETCH(QString, refused);
         QFETCH(QString, chosen);
         const QString dir = firmwareFolder() + QLatin1Char('/');
         DialogScript script;
-        QStringList listed;
         bool stayedOpen = false;
         script.then([&](QWidget *d, const SeenDialog &) {
             auto *fd = qobject_cast<QFileDialog *>(d);
             fd->setDirectory(dir);
-            listed = listedOnceLoaded(fd, offered);
             stayedOpen = refused.isEmpty() || enterAndAccept(fd, dir + refused, true);
             enterAndAccept(fd, dir + chosen);
         });
         const auto pick = [&] { return folder ? Support().pickFolder() : Support().pickFile(types); };
         QCOMPARE(pick(), dir + chosen);
         QCOMPARE(script.seen()[0].title, folder ? kPickFolderTitle : kPickFileTitle);
-        QCOMPARE(listed, offered);
         QVERIFY(stayedOpen);
         script.cancelPicker();
         QCOMPARE(pick(), folder ? QStringLiteral("-1") : QString());
@@ -543,12 +463,10 @@ private Q_SLOTS:
             << QByteArrayList{R"({"access_token":"tok-123","token_type":"Bearer"})",
                               R"({"access_token":"user"})"}
             << 2 << "tok-123";
-        QTest::newRow("json array") << "$SERVER" << QByteArrayList{R"([{"access_token":"tok"}])"} << 1 << "";
         QTest::newRow("not json") << "$SERVER" << QByteArrayList{"<html>Service Unavailable</html>"} << 1
                                   << "";
         QTest::newRow("no access_token")
             << "$SERVER" << QByteArrayList{R"({"error":"access_denied"})"} << 1 << "";
-        QTest::newRow("token not text") << "$SERVER" << QByteArrayList{R"({"access_token":42})"} << 1 << "";
         QTest::newRow("not UTF-8") << "$SERVER" << QByteArrayList{"{\"access_token\":\"t\xff\"}"} << 1 << "";
         QTest::newRow("tenant that cannot be parsed") << "$SERVERbad base/" << QByteArrayList() << 0 << "";
         QTest::newRow("nobody listening") << "http://127.0.0.1:1/" << QByteArrayList() << 0 << "";
@@ -579,20 +497,16 @@ private Q_SLOTS:
         QCOMPARE(login.accessToken, token); // the second answer's is not used
         if (requests < 2)
             return;
-        // The endpoint text keeps the base's "/" and its own; the client sends the path normalised.
-        const QByteArray endpoint = (server.base() + QStringLiteral("/oauth/token")).toUtf8();
         const QByteArray firstBody = "client_id=" + login.client_id.toUtf8() +
                                      "&client_secret=" + login.secret.toUtf8() +
                                      "&audience=" + server.base().toUtf8() +
                                      "api/v2/&grant_type=client_credentials"; // ":" and "/" unencoded
-        QCOMPARE(console.mid(0, 5),
-                 (QList<QByteArray>{"___________", firstBody, endpoint, "___________", endpoint}));
+        // The endpoint's text keeps the base's "/" and its own; the path goes out normalised.
+        QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
         const TokenServer::Request &first = server.requests[0];
         QCOMPARE(first.body, firstBody);
         QCOMPARE(first.names, (QByteArrayList{"content-type", "accept"}));
         QCOMPARE(first.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
-        QCOMPARE(first.headers.value("accept"), QByteArray("application/json"));
-        QVERIFY(!first.names.contains("authorization"));
         const TokenServer::Request &second = server.requests[1];
         QCOMPARE(second.body, "client_id=" + login.client_id.toUtf8() +
                                   "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
