@@ -26,6 +26,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QScopeGuard>
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -158,45 +159,37 @@ private Q_SLOTS:
     {
         applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
         qputenv(AuthSettings::passwordEnv, "p@ss:word/1");
-        m_path = qgetenv("PATH");
     }
     void init() { clearStore(); }
-    void cleanup()
-    {
-        endWorkflowCase();
-        qputenv("PATH", m_path);
-    }
+    void cleanup() { endWorkflowCase(); }
 
     void startUp_data()
     {
-        // Tools on PATH; what is stored; the launch switch; the pane's second
-        // line after the warning; the fields the preferences window opens with
-        // (none: it stays closed); the pane's last line after Save.
+        // Tools on PATH (else none installed); what is stored; the launch
+        // switch; the pane's line after the warning; the fields the
+        // preferences window opens with (none: it stays closed).
         QTest::addColumn<bool>("toolsOnPath");
         QTest::addColumn<QStringList>("stored");
         QTest::addColumn<QString>("launch");
         QTest::addColumn<QString>("problem");
         QTest::addColumn<QStringList>("offered");
-        QTest::addColumn<QString>("afterSave");
         const auto row = [](const char *tag, bool toolsOnPath, const QStringList &stored, const char *launch,
-                            const char *problem, const QStringList &offered, const char *afterSave) {
+                            const char *problem, const QStringList &offered) {
             QTest::newRow(tag) << toolsOnPath << stored << QString::fromLatin1(launch)
-                               << QString::fromLatin1(problem) << offered << QString::fromLatin1(afterSave);
+                               << QString::fromLatin1(problem) << offered;
         };
         const QStringList sim{"$SIM/itdt", "$SIM/ltfs", "$SIM/mkltfs"};
         const QString documents = QStringLiteral("$HOME/Documents/corvel-lto-output");
-        row("first start, tools on PATH: Save, then a scan", true, {}, "", "", sim + QStringList{documents},
-            "Scan Complete");
+        row("first start, tools on PATH: Save, then a scan", true, {}, "", "", sim + QStringList{documents});
         row("no documents folder: output in the home folder", true, {}, "", "",
-            sim + QStringList{"$HOME/corvel-lto-output"}, "Scan Complete");
+            sim + QStringList{"$HOME/corvel-lto-output"});
         row("after -c: a first start again, the output not offered", true, sim + QStringList{"$HOME/old"},
-            "-c", "", sim + QStringList{documents}, "Scan Complete");
+            "-c", "", sim + QStringList{documents});
         row("nothing installed: the install folder names what is missing", false, {}, "", "",
-            {"/usr/local/bin/itdt", "/usr/local/bin/ltfs", "/usr/local/bin/mkltfs", documents},
-            "mkltfs not found at /usr/local/bin/mkltfs");
+            {"/usr/local/bin/itdt", "/usr/local/bin/ltfs", "/usr/local/bin/mkltfs", documents});
         row("stored but wrong: the path is named, nothing opens", true,
             {"/opt/x/itdt", "$SIM/ltfs", "$SIM/mkltfs", "$HOME/out"}, "", "\nitdt not found at /opt/x/itdt",
-            {}, "");
+            {});
     }
 
     void startUp()
@@ -206,7 +199,8 @@ private Q_SLOTS:
         QFETCH(QString, launch);
         QFETCH(QString, problem);
         QFETCH(QStringList, offered);
-        QFETCH(QString, afterSave);
+        const QString afterSave = toolsOnPath ? QStringLiteral("Scan Complete")
+                                              : QStringLiteral("mkltfs not found at /usr/local/bin/mkltfs");
         resetSimulator();
         for (const char *folder : {"/Documents", "/corvel-lto-output"})
             QDir(TestHome::path() + QLatin1String(folder)).removeRecursively();
@@ -243,7 +237,7 @@ private Q_SLOTS:
         QVERIFY(waitForPane(vc, afterSave) && waitForIdle(vc));
         QVERIFY(paneText(vc).endsWith(afterSave));
         QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
-        QCOMPARE(vc.driveModel()->rowCount(), afterSave == QStringLiteral("Scan Complete") ? 5 : 0);
+        QCOMPARE(vc.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
     }
 
     // The simulator's library and a drive remembered as mounted: five lines a
@@ -312,25 +306,11 @@ private Q_SLOTS:
         QVERIFY(viewport->findChildren<QWidget *>().size() < 5);
     }
 
-    void whatIsReadAloud_data()
-    {
-        // What a screen reader gets: the alert's title, name and description,
-        // then the Test button's description at each status of the run.
-        QTest::addColumn<QByteArray>("fault");
-        QTest::addColumn<QStringList>("expected");
-        const QString alert =
-            QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | ");
-        QTest::newRow("test passes") << QByteArray() << QStringList{alert, "In Progress", "Complete"};
-        QTest::newRow("test fails") << QByteArray("tape0:load=4")
-                                    << QStringList{alert, "In Progress", "Failed"};
-    }
-
+    // What a screen reader gets of a Test run: the alert's title, name and
+    // description, then the button's description at each status.
     void whatIsReadAloud()
     {
-        QFETCH(QByteArray, fault);
-        QFETCH(QStringList, expected);
         freshWorkflowCase();
-        qputenv("TAPESIM_FAIL", fault);
         ViewController vc;
         QStringList heard;
         // The statusImage property is set once the image and its words are in place.
@@ -355,9 +335,11 @@ private Q_SLOTS:
             clickButton(d, QStringLiteral("OK"));
         });
         vc.btnRunTest();
-        waitUntil([&] { return heard.size() >= expected.size(); }); // a miss shows below
+        waitUntil([&] { return heard.size() >= 3; }); // a miss shows below
         QVERIFY(waitForIdle(vc));
-        QCOMPARE(heard, expected);
+        QCOMPARE(heard, (QStringList{
+                            QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | "),
+                            "In Progress", "Complete"}));
     }
 
     void questions_data()
@@ -375,10 +357,10 @@ private Q_SLOTS:
         row("default kept", true, {}, "OK", "KT1234");
         row("typed text as it stands", true, QStringLiteral(" kt12ab -1 "), "OK", " kt12ab -1 ");
         row("Cancel after typing", true, QStringLiteral("AB1234"), "Cancel", "-1");
-        row("name, closed", true, {}, "close", "-1");
+        row("name, Escape", true, QStringLiteral("AB1234"), "Escape", "-1");
         row("first button", false, QStringLiteral("Eject"), "Eject", "0");
         row("second button", false, QStringLiteral("Eject"), "Mount", "1");
-        row("choice, Escape", false, QStringLiteral("Eject"), "Escape", "1");
+        row("choice, closed", false, QStringLiteral("Eject"), "close", "1");
         // The order follows the arguments, not what the words usually mean.
         row("Cancel given first", false, QStringLiteral("Cancel"), "Cancel", "0");
     }
@@ -463,8 +445,6 @@ private Q_SLOTS:
             << QByteArrayList{R"({"access_token":"tok-123","token_type":"Bearer"})",
                               R"({"access_token":"user"})"}
             << 2 << "tok-123";
-        QTest::newRow("not json") << "$SERVER" << QByteArrayList{"<html>Service Unavailable</html>"} << 1
-                                  << "";
         QTest::newRow("no access_token")
             << "$SERVER" << QByteArrayList{R"({"error":"access_denied"})"} << 1 << "";
         QTest::newRow("not UTF-8") << "$SERVER" << QByteArrayList{"{\"access_token\":\"t\xff\"}"} << 1 << "";
@@ -505,21 +485,18 @@ private Q_SLOTS:
         QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
         const TokenServer::Request &first = server.requests[0];
         QCOMPARE(first.body, firstBody);
-        QCOMPARE(first.names, (QByteArrayList{"content-type", "accept"}));
         QCOMPARE(first.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
         const TokenServer::Request &second = server.requests[1];
         QCOMPARE(second.body, "client_id=" + login.client_id.toUtf8() +
                                   "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
-        QCOMPARE(second.names, (QByteArrayList{"content-type", "accept", "authorization"}));
+        QCOMPARE(first.names + second.names,
+                 (QByteArrayList{"content-type", "accept", "content-type", "accept", "authorization"}));
         QCOMPARE(second.headers.value("authorization"), QByteArray("Bearer tok-123"));
         // A later login carries the token it has.
         login.btnLogin();
         QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
         QCOMPARE(server.requests[2].headers.value("authorization"), QByteArray("Bearer tok-123"));
     }
-
-private:
-    QByteArray m_path;
 };
 
 TAPEDESK_TEST_MAIN(UiTest)
