@@ -83,7 +83,7 @@ void answer(QWidget *dialog, const QString &how)
 // A folder with firmware images, look-alikes, hidden files and a subfolder.
 QString firmwareFolder()
 {
-    const QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(4);
+    QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(4);
     for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
         writeScript(dir, QString::fromLatin1(name), {});
     return dir;
