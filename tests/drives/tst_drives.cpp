@@ -1,0 +1,191 @@
+// ctest-timeout: 60
+// The scan report as itdt prints it, read into drives; and the store that
+// remembers across runs which drives this system mounted.
+
+#include "drives/DriveParser.h"
+#include "drives/DriveStateStore.h"
+#include "support/TestMain.h"
+#include "tools/Console.h"
+#include "tools/SettingsStore.h"
+
+#include <thread>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+// A drive as a scan lists it and a mount records it, the fields that are
+// never stored filled too.
+DriveRecord mountedTape(const QString &serial)
+{
+    DriveRecord r = getSingleDrive(QStringLiteral("#0 tape%1 - [HH8]-[F1A2] S/N:%1 x").arg(serial))->record();
+    r.address = QStringLiteral("ABC123");
+    r.barCode = QStringLiteral("ABC123L8");
+    r.info4 = r.label = r.textData = QStringLiteral("never stored");
+    r.mounted = true;
+    return r;
+}
+
+// What comes back of it: the seven stored fields, mounted.
+DriveRecord asRestored(DriveRecord r)
+{
+    r.info4 = r.label = r.textData = QString();
+    return r;
+}
+
+void save(const DriveRecord &r)
+{
+    DriveStateStore::saveDriveInfo(Drive(r));
+}
+
+QList<DriveRecord> restored(const DrivePtr &scanned = nullptr)
+{
+    DriveList list;
+    if (scanned)
+        list.append(scanned);
+    DriveStateStore::loadMountedDrives(list);
+    QList<DriveRecord> out;
+    for (const DrivePtr &d : list.snapshot())
+        out << d->record();
+    return out;
+}
+
+} // namespace
+
+class DrivesTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { setConsoleStream(nullptr); }
+    void init()
+    {
+        QFile::remove(SettingsStore::fileName());
+        mountedDrives.set({});
+    }
+
+    void scanReports_data()
+    {
+        QTest::addColumn<QString>("report");
+        QTest::addColumn<QStringList>("expected");
+        const auto row = [](const char *tag, const QString &line, const QStringList &expected) {
+            QTest::newRow(tag) << line << expected;
+        };
+        row("itdt's own ids and a device path",
+            QStringLiteral(
+                "Scanning SCSI Bus ...\n#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:1234567890 H1-B0-T0-L0\n"
+                "#1 /dev/IBMtape1 - [ULTRIUM-TD9]-[N1K0] S/N:1097000123 H1-B0-T1-L0\nExit with code: 0\n"),
+            {"tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890",
+             "/dev/IBMtape1|IBMtape1|Corvel TD9|S/N:1097000123|N1K0|1097000123"});
+        row("extra trailing fields",
+            QStringLiteral(
+                "#2 tape2 - [ULTRIUM-HH8]-[Q3F4] S/N:10WT001089 H2-B0-T4-L0 (IBMtape) 0000078A1234"),
+            {"tape2|2|Corvel LTO8 HH|S/N:10WT001089|Q3F4|10WT001089"});
+        row("id without tape", QStringLiteral("#0 st0 - [ULTRIUM-TD9]-[F1A2] S/N:7 x"),
+            {"st0||Corvel TD9|S/N:7|F1A2|7"});
+        // A blank splits a token: the later ones move up one place.
+        row("model with a blank",
+            QStringLiteral("#0 tape0 - [ULTRIUM 8-HH8]-[F1A2] S/N:1234567890 H1-B0-T0-L0"),
+            {"tape0|0|Corvel|8-HH8]-[F1A2]||8-HH8]-[F1A2]"});
+        row("two blanks after the number", QStringLiteral("#0  tape0 - [ULTRIUM-HH8]-[F1A2] S/N:1"),
+            {"|| |[Corvel-HH8]-[F1A2]||[Corvel-HH8]-[F1A2]"});
+        row("model without brackets: no firmware", QStringLiteral("#0 tape0 - ULTRIUM-HH8 S/N:55 H1"),
+            {"tape0|0|Corvel LTO8 HH|S/N:55||55"});
+        row("carriage return in the last token", QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:55\r\n"),
+            {"tape0|0|Corvel LTO8 HH|S/N:55\r|F1A2|55\r"});
+        row("four tokens", QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2]"), {"|||||"});
+    }
+
+    void scanReports()
+    {
+        QFETCH(QString, report);
+        QFETCH(QStringList, expected);
+        DriveList list;
+        parseDriveTextToDrive(report, list);
+        QStringList seen;
+        for (const DrivePtr &d : list.snapshot()) {
+            const DriveRecord r = d->record();
+            seen << QStringList{r.id, r.name, r.info1, r.info2, r.info3, r.serialNumber}.join(
+                QLatin1Char('|'));
+            QCOMPARE(ltfsDevice(r), r.id.startsWith(QLatin1Char('/')) ? r.id : r.name);
+        }
+        QCOMPARE(seen, expected);
+    }
+
+    void mountedDrivesComeBackInTheirOrder()
+    {
+        const DriveRecord a = mountedTape(QStringLiteral("A1"));
+        const DriveRecord b = mountedTape(QStringLiteral("B2"));
+        save(b);
+        save(a);
+        save(a);
+        QCOMPARE(SettingsStore::textList(DriveStateStore::kMountedDrivesKey),
+                 (QStringList{"B2", "A1", "A1"}));
+        QCOMPARE(SettingsStore::text(QStringLiteral("A1_b")), QStringLiteral("ABC123L8"));
+        QVERIFY(!readFile(SettingsStore::fileName()).contains("never stored"));
+        // Saved twice, removed once: still remembered, after what was scanned.
+        DriveStateStore::removeMountedDrive(QStringLiteral("A1"));
+        QCOMPARE(restored(makeDrive()), (QList<DriveRecord>{DriveRecord{}, asRestored(b), asRestored(a)}));
+        QCOMPARE(mountedDrives.get(), (QStringList{"B2", "A1"}));
+    }
+
+    void recordsThatCannotBeRestoredAreSkipped_data()
+    {
+        QTest::addColumn<QByteArray>("file");
+        const QByteArray keys = "S1_name=0\nS1_id=tape0\nS1_i1=m\nS1_i2=S/N:S1\nS1_i3=f\nS1_a=\nS1_b=\n";
+        QTest::newRow("list of bytes") << "[General]\nMOUNTED_DRIVES=@ByteArray(S1)\n" + keys;
+        QTest::newRow("list as a group") << "[MOUNTED_DRIVES]\n1=S1\n[General]\n" + keys;
+    }
+
+    void recordsThatCannotBeRestoredAreSkipped()
+    {
+        QFETCH(QByteArray, file);
+        QFile f(SettingsStore::fileName());
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(file);
+        f.close();
+        QCOMPARE(restored(), QList<DriveRecord>{});
+    }
+
+    void clearForgetsEveryRecordButNotThePaths()
+    {
+        QVERIFY(SettingsStore::setText(QStringLiteral("ITDT_PATH"), QStringLiteral("/opt/itdt")));
+        save(mountedTape(QStringLiteral("OLD")));
+        DriveStateStore::resetMountedDrives();
+        // A mount before the next scan puts the old serial back without its keys.
+        save(mountedTape(QStringLiteral("NEW")));
+        QCOMPARE(restored(), QList<DriveRecord>{asRestored(mountedTape(QStringLiteral("NEW")))});
+        DriveStateStore::resetMountedDrives();
+        QCOMPARE(restored(), QList<DriveRecord>{});
+        QVERIFY(!readFile(SettingsStore::fileName()).contains("NEW"));
+        QCOMPARE(SettingsStore::text(QStringLiteral("ITDT_PATH")), QStringLiteral("/opt/itdt"));
+    }
+
+    // The clear button works on the GUI thread while a scan or a mount works
+    // on the same store from the thread pool.
+    void clearWhileScanAndMountRun()
+    {
+        const DriveRecord s = mountedTape(QStringLiteral("CC1"));
+        std::atomic<bool> stop{false};
+        std::atomic<int> torn{0};
+        std::thread worker([&] {
+            for (int i = 0; i < 25; ++i) {
+                save(s);
+                for (const DriveRecord &d : restored())
+                    torn += d != asRestored(s) ? 1 : 0;
+            }
+            stop = true;
+        });
+        while (!stop) {
+            DriveStateStore::resetMountedDrives();
+            std::this_thread::yield();
+        }
+        worker.join();
+        QCOMPARE(torn.load(), 0);
+        QCOMPARE(SettingsStore::preservedCopy(), QString());
+    }
+};
+
+TAPEDESK_TEST_MAIN(DrivesTest)
+#include "tst_drives.moc"

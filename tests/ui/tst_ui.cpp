@@ -1,0 +1,503 @@
+// ctest-timeout: 120
+// The window as the operator and a screen reader meet it: the first start,
+// the drive table's lines, colours and clicks, what is read aloud, the real
+// dialogs the workflows ask through, and the account login against a local
+// server.
+
+#include "Preferences/PreferencesViewController.h"
+#include "Preferences/PreferencesWindowController.h"
+#include "app/AppDelegate.h"
+#include "app/DarkLook.h"
+#include "drives/DriveStateStore.h"
+#include "operations/Texts.h"
+#include "support/Support.h"
+#include "support/TestMain.h"
+#include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
+#include "tools/PathDefaults.h"
+#include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
+#include "ui/AuthenticateViewController.h"
+#include "ui/DriveTableModel.h"
+#include "ui/ViewController.h"
+
+#include <QAccessible>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QScopeGuard>
+#include <QTableView>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+DrivePtr drive(const QString &id, bool mounted = false)
+{
+    DriveRecord r;
+    r.id = id;
+    r.info1 = QStringLiteral("Corvel LTO8 HH");
+    r.serialNumber = QStringLiteral("S") + id;
+    r.info2 = QStringLiteral("S/N:") + r.serialNumber;
+    r.info3 = QStringLiteral("F1A2");
+    r.mounted = mounted;
+    return makeDrive(r);
+}
+
+QColor cardColour(ViewController &vc, int row)
+{
+    const QRect r = vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0));
+    // A corner of the card, clear of the text.
+    return vc.ui.tableView->viewport()->grab().toImage().pixelColor(r.right() - 4, r.top() + 3);
+}
+
+QString read(QObject *object, QAccessible::Text text)
+{
+    QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
+    return iface ? iface->text(text) : QStringLiteral("<no interface>");
+}
+
+// "$SIM" and "$HOME" stand for the simulator's folder and the test home.
+QStringList expand(QStringList texts)
+{
+    for (QString &t : texts)
+        t.replace(QStringLiteral("$SIM"), simBinDir()).replace(QStringLiteral("$HOME"), TestHome::path());
+    return texts;
+}
+
+// Answers a dialog: a button by its text, "Escape", or "close".
+void answer(QWidget *dialog, const QString &how)
+{
+    if (how == QStringLiteral("Escape"))
+        QTest::keyClick(dialog, Qt::Key_Escape);
+    else if (how == QStringLiteral("close"))
+        dialog->close();
+    else
+        clickButton(dialog, how);
+}
+
+// A folder with firmware images, look-alikes, hidden files and a subfolder.
+QString firmwareFolder()
+{
+    QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(4);
+    for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
+        writeScript(dir, QString::fromLatin1(name), {});
+    return dir;
+}
+
+// Types into the name field as the operator does, then accepts. `direct`:
+// accepts at once, so the caller sees whether the dialog refused.
+bool enterAndAccept(QFileDialog *fd, const QString &name, bool direct = false)
+{
+    fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(name);
+    QMetaObject::invokeMethod(fd, "accept", direct ? Qt::DirectConnection : Qt::QueuedConnection);
+    return fd->isVisible() && fd->result() != QDialog::Accepted;
+}
+
+// A minimal HTTP/1.1 server on 127.0.0.1: records each request (the names of
+// the headers TapeDesk sets in the order sent) and answers the next queued body.
+class TokenServer : public QObject
+{
+public:
+    struct Request
+    {
+        QList<QByteArray> names;
+        QHash<QByteArray, QByteArray> headers;
+        QByteArray body;
+    };
+    QList<QByteArray> answers;
+    QList<Request> requests;
+
+    TokenServer()
+    {
+        m_server.listen(QHostAddress::LocalHost, 0);
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket *s = m_server.nextPendingConnection())
+                connect(s, &QTcpSocket::readyRead, this, [this, s] { read(s); });
+        });
+    }
+    QString base() const { return QStringLiteral("http://127.0.0.1:%1/").arg(m_server.serverPort()); }
+
+private:
+    void read(QTcpSocket *s)
+    {
+        m_buffer += s->readAll();
+        const qsizetype end = m_buffer.indexOf("\r\n\r\n");
+        Request r;
+        for (const QByteArray &line : m_buffer.left(end).split('\n').mid(1)) {
+            const QByteArray name = line.left(line.indexOf(':')).toLower();
+            r.headers.insert(name, line.mid(line.indexOf(':') + 1).trimmed());
+            if (name == "content-type" || name == "accept" || name == "authorization")
+                r.names << name;
+        }
+        if (end < 0 || m_buffer.size() < end + 4 + r.headers.value("content-length").toInt())
+            return;
+        r.body = m_buffer.mid(end + 4);
+        m_buffer.clear();
+        requests << r;
+        const QByteArray body = answers.isEmpty() ? QByteArray("{}") : answers.takeFirst();
+        s->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
+                 QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    }
+
+    QTcpServer m_server;
+    QByteArray m_buffer;
+};
+
+} // namespace
+
+class UiTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
+        qputenv(AuthSettings::passwordEnv, "p@ss:word/1");
+    }
+    void init() { clearStore(); }
+    void cleanup() { endWorkflowCase(); }
+
+    void startUp_data()
+    {
+        // Tools on PATH (else none installed); what is stored; the launch
+        // switch; the pane's line after the warning; the fields the
+        // preferences window opens with (none: it stays closed).
+        QTest::addColumn<bool>("toolsOnPath");
+        QTest::addColumn<QStringList>("stored");
+        QTest::addColumn<QString>("launch");
+        QTest::addColumn<QString>("problem");
+        QTest::addColumn<QStringList>("offered");
+        const auto row = [](const char *tag, bool toolsOnPath, const QStringList &stored, const char *launch,
+                            const char *problem, const QStringList &offered) {
+            QTest::newRow(tag) << toolsOnPath << stored << QString::fromLatin1(launch)
+                               << QString::fromLatin1(problem) << offered;
+        };
+        const QStringList sim{"$SIM/itdt", "$SIM/ltfs", "$SIM/mkltfs"};
+        const QString documents = QStringLiteral("$HOME/Documents/corvel-lto-output");
+        row("first start, tools on PATH: Save, then a scan", true, {}, "", "", sim + QStringList{documents});
+        row("no documents folder: output in the home folder", true, {}, "", "",
+            sim + QStringList{"$HOME/corvel-lto-output"});
+        row("after -c: a first start again, the output not offered", true, sim + QStringList{"$HOME/old"},
+            "-c", "", sim + QStringList{documents});
+        row("nothing installed: the install folder names what is missing", false, {}, "", "",
+            {"/usr/local/bin/itdt", "/usr/local/bin/ltfs", "/usr/local/bin/mkltfs", documents});
+        row("stored but wrong: the path is named, nothing opens", true,
+            {"/opt/x/itdt", "$SIM/ltfs", "$SIM/mkltfs", "$HOME/out"}, "", "\nitdt not found at /opt/x/itdt",
+            {});
+    }
+
+    void startUp()
+    {
+        QFETCH(bool, toolsOnPath);
+        QFETCH(QStringList, stored);
+        QFETCH(QString, launch);
+        QFETCH(QString, problem);
+        QFETCH(QStringList, offered);
+        const QString afterSave = toolsOnPath ? QStringLiteral("Scan Complete")
+                                              : QStringLiteral("mkltfs not found at /usr/local/bin/mkltfs");
+        resetSimulator();
+        for (const char *folder : {"/Documents", "/corvel-lto-output"})
+            QDir(TestHome::path() + QLatin1String(folder)).removeRecursively();
+        if (!offered.value(3).startsWith(QStringLiteral("$HOME/corvel")))
+            makeDir(QStringLiteral("Documents"));
+        qputenv("PATH",
+                (toolsOnPath ? QFile::encodeName(simBinDir()) + ':' : QByteArray()) + "/usr/bin:/bin");
+        // A host with a tape tool installed cannot show the defaults of a host without one.
+        for (const char *tool : {"itdt", "ltfs", "mkltfs"}) {
+            if (!toolsOnPath && QFile::exists(defaultToolPath(QString::fromLatin1(tool))))
+                QSKIP("this host has a tape tool installed");
+        }
+        stored = expand(stored);
+        if (!stored.isEmpty())
+            setPaths(stored[0], stored[1], stored[2], stored[3]);
+
+        ViewController vc;
+        AppDelegate delegate;
+        delegate.attachMainWindow(vc);
+        vc.viewDidLoad({QStringLiteral("tapedesk"), launch});
+        vc.show();
+        const QString startPane =
+            QStringLiteral("\nLooks like preferences settings could be wrong.") + problem;
+        QVERIFY(waitForPane(vc, startPane) && waitForIdle(vc));
+        QCOMPARE(paneText(vc), startPane);
+        QCOMPARE(delegate.preferencesController != nullptr, !offered.isEmpty());
+        if (offered.isEmpty())
+            return;
+        PreferencesViewController &pane = *delegate.preferencesController->pathsPane();
+        QCOMPARE((QStringList{pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(),
+                              pane.txtOutput->text()}),
+                 expand(offered));
+        pane.ui.btnSave->click();
+        QVERIFY(waitForPane(vc, afterSave) && waitForIdle(vc));
+        QVERIFY(paneText(vc).endsWith(afterSave));
+        QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
+        QCOMPARE(vc.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
+    }
+
+    // The simulator's library and a drive remembered as mounted: five lines a
+    // row, read the same by a screen reader, the card yellow when mounted,
+    // grey otherwise; a click chooses a drive, empty space changes nothing.
+    void driveTable()
+    {
+        freshWorkflowCase();
+        DriveStateStore::saveDriveInfo(*drive(QStringLiteral("tape9")));
+        ViewController vc;
+        vc.viewDidLoad({QStringLiteral("tapedesk")});
+        vc.show();
+        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
+        QAccessibleInterface *table = QAccessible::queryAccessibleInterface(vc.ui.tableView);
+        for (const auto &[row, lines] :
+             {std::pair{
+                  0, QStringList{"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "}},
+              {5, {"Drive6 (tape9)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape9", "TAPE: "}}}) {
+            QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(), lines);
+            QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name), lines.join('\n'));
+        }
+        QCOMPARE(cardColour(vc, 0), QColor(Qt::lightGray));
+        QCOMPARE(cardColour(vc, 5), QColor(Qt::yellow));
+        // Dark text on the light card, readable in the dark window.
+        const QImage card = vc.ui.tableView->viewport()
+                                ->grab(vc.ui.tableView->visualRect(vc.driveModel()->index(0, 0)))
+                                .toImage();
+        int dark = 0;
+        for (int i = 0; i < card.width() * card.height(); ++i)
+            dark += qGray(card.pixel(i % card.width(), i / card.width())) < 96 ? 1 : 0;
+        QVERIFY2(dark > 50, qPrintable(QString::number(dark)));
+
+        vc.ui.rightScrollView->clear();
+        QWidget *viewport = vc.ui.tableView->viewport();
+        const auto click = [&](int row) {
+            QTest::mouseClick(viewport, Qt::LeftButton, {},
+                              vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
+        };
+        click(5);
+        QVERIFY(waitForPane(vc, QStringLiteral("tape9 Selected")));
+        // The caption is read by what it shows.
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
+        QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
+        QTest::qWait(50);
+        QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape9 Selected"));
+        click(0);
+        QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("MOUNT"));
+
+        // Automation and a screen reader find each control by its name alone.
+        QStringList names;
+        for (QWidget *w : vc.findChildren<QWidget *>())
+            names << read(w, QAccessible::Name);
+        for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
+                                 "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
+            QVERIFY2(names.count(QString::fromLatin1(name)) == 1, name);
+
+        // Ten thousand drives, and still no widget per row.
+        QList<DrivePtr> many;
+        for (int i = 0; i < 10000; ++i)
+            many << drive(QStringLiteral("tape%1").arg(i), i % 7 == 0);
+        vc.driveModel()->reload(many);
+        vc.ui.tableView->scrollToBottom();
+        QTRY_COMPARE(cardColour(vc, 9996), QColor(Qt::yellow)); // 9996 % 7 == 0
+        QCOMPARE(cardColour(vc, 9999), QColor(Qt::lightGray));
+        QVERIFY(viewport->findChildren<QWidget *>().size() < 5);
+    }
+
+    // What a screen reader gets of a Test run: the alert's title, name and
+    // description, then the button's description at each status.
+    void whatIsReadAloud()
+    {
+        freshWorkflowCase();
+        ViewController vc;
+        QStringList heard;
+        // The statusImage property is set once the image and its words are in place.
+        struct Reader : QObject
+        {
+            QStringList *heard = nullptr;
+            bool eventFilter(QObject *watched, QEvent *event) override
+            {
+                if (event->type() == QEvent::DynamicPropertyChange)
+                    *heard << read(watched, QAccessible::Description);
+                return false;
+            }
+        } reader;
+        reader.heard = &heard;
+        vc.ui.btnTest->installEventFilter(&reader);
+        selectDrive(vc);
+        DialogScript script;
+        script.then([&](QWidget *d, const SeenDialog &) {
+            heard << QStringList{d->windowTitle(), read(d, QAccessible::Name),
+                                 read(d, QAccessible::Description)}
+                         .join(QStringLiteral(" | "));
+            clickButton(d, QStringLiteral("OK"));
+        });
+        vc.btnRunTest();
+        waitUntil([&] { return heard.size() >= 3; }); // a miss shows below
+        QVERIFY(waitForIdle(vc));
+        QCOMPARE(heard, (QStringList{
+                            QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | "),
+                            "In Progress", "Complete"}));
+    }
+
+    void questions_data()
+    {
+        // A name asked for (default "KT1234"), or a choice between `typed`
+        // and "Mount"; what the dialog gets; the in-band answer.
+        QTest::addColumn<bool>("name");
+        QTest::addColumn<QString>("typed"); // null: the field left alone
+        QTest::addColumn<QString>("how");   // a button's text, "Escape" or "close"
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char *tag, bool name, const QString &typed, const char *how,
+                            const char *expected) {
+            QTest::newRow(tag) << name << typed << QString::fromLatin1(how) << QString::fromLatin1(expected);
+        };
+        row("default kept", true, {}, "OK", "KT1234");
+        row("typed text as it stands", true, QStringLiteral(" kt12ab -1 "), "OK", " kt12ab -1 ");
+        row("Cancel after typing", true, QStringLiteral("AB1234"), "Cancel", "-1");
+        row("name, Escape", true, QStringLiteral("AB1234"), "Escape", "-1");
+        row("first button", false, QStringLiteral("Eject"), "Eject", "0");
+        row("second button", false, QStringLiteral("Eject"), "Mount", "1");
+        row("choice, closed", false, QStringLiteral("Eject"), "close", "1");
+        // The order follows the arguments, not what the words usually mean.
+        row("Cancel given first", false, QStringLiteral("Cancel"), "Cancel", "0");
+    }
+
+    void questions()
+    {
+        QFETCH(bool, name);
+        QFETCH(QString, typed);
+        QFETCH(QString, how);
+        QFETCH(QString, expected);
+        const QString title = QStringLiteral("Format Drive");
+        const QString ask = QStringLiteral("Assign tape name (6 character alphanumeric: EG: KT1234)");
+        DialogScript script;
+        QString shown;
+        script.then([&](QWidget *d, const SeenDialog &) {
+            if (auto *field = d->findChild<QLineEdit *>()) {
+                shown = field->text();
+                if (!typed.isNull())
+                    field->setText(typed);
+            }
+            answer(d, how);
+        });
+        QCOMPARE(
+            name ? Support().getString(title, ask, QStringLiteral("KT1234"))
+                 : QString::number(Support().userOptionPrompt(title, ask, typed, QStringLiteral("Mount"))),
+            expected);
+        QCOMPARE(script.seen().size(), 1);
+        QCOMPARE(script.seen()[0].title, title);
+        QCOMPARE(script.seen()[0].informative, ask);
+        QCOMPARE(script.seen()[0].buttons,
+                 (name ? QStringList{"OK", "Cancel"} : QStringList{typed, "Mount"}));
+        QCOMPARE(shown, name ? QStringLiteral("KT1234") : QString());
+    }
+
+    void pickers_data()
+    {
+        QTest::addColumn<bool>("folder");
+        QTest::addColumn<QStringList>("types");
+        QTest::addColumn<QString>("refused"); // a name typed in and refused; "": none tried
+        QTest::addColumn<QString>("chosen");
+        // Regression: a name typed into the field bypassed the type filter, so
+        // the firmware update could be handed a text file.
+        QTest::newRow("firmware") << false << QStringList{"fmrz", "fm"} << "notes.txt"
+                                  << ".hidden.fm";
+        QTest::newRow("any file") << false << QStringList() << ""
+                                  << "notes.txt";
+        QTest::newRow("a folder") << true << QStringList() << "new.fmrz"
+                                  << "sub";
+    }
+
+    void pickers()
+    {
+        QFETCH(bool, folder);
+        QFETCH(QStringList, types);
+        QFETCH(QString, refused);
+        QFETCH(QString, chosen);
+        const QString dir = firmwareFolder() + QLatin1Char('/');
+        DialogScript script;
+        bool stayedOpen = false;
+        script.then([&](QWidget *d, const SeenDialog &) {
+            auto *fd = qobject_cast<QFileDialog *>(d);
+            fd->setDirectory(dir);
+            stayedOpen = refused.isEmpty() || enterAndAccept(fd, dir + refused, true);
+            enterAndAccept(fd, dir + chosen);
+        });
+        const auto pick = [&] { return folder ? Support().pickFolder() : Support().pickFile(types); };
+        QCOMPARE(pick(), dir + chosen);
+        QCOMPARE(script.seen()[0].title, folder ? kPickFolderTitle : kPickFileTitle);
+        QVERIFY(stayedOpen);
+        script.cancelPicker();
+        QCOMPARE(pick(), folder ? QStringLiteral("-1") : QString());
+    }
+
+    void login_data()
+    {
+        QTest::addColumn<QString>("tenant"); // "$SERVER" is the local server's address
+        QTest::addColumn<QByteArrayList>("answers");
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<QString>("token");
+        QTest::newRow("two grants, with the first one's token")
+            << "$SERVER"
+            << QByteArrayList{R"({"access_token":"tok-123","token_type":"Bearer"})",
+                              R"({"access_token":"user"})"}
+            << 2 << "tok-123";
+        QTest::newRow("no access_token")
+            << "$SERVER" << QByteArrayList{R"({"error":"access_denied"})"} << 1 << "";
+        QTest::newRow("not UTF-8") << "$SERVER" << QByteArrayList{"{\"access_token\":\"t\xff\"}"} << 1 << "";
+        QTest::newRow("tenant that cannot be parsed") << "$SERVERbad base/" << QByteArrayList() << 0 << "";
+        QTest::newRow("nobody listening") << "http://127.0.0.1:1/" << QByteArrayList() << 0 << "";
+    }
+
+    // The account login against a real server: what goes over the wire, in
+    // which order, and where the flow stops.
+    void login()
+    {
+        QFETCH(QString, tenant);
+        QFETCH(QByteArrayList, answers);
+        QFETCH(int, requests);
+        QFETCH(QString, token);
+        TokenServer server;
+        server.answers = answers;
+        // The environment wins over the settings, which win over the built-in values.
+        SettingsStore::setText(AuthSettings::domainKey, QStringLiteral("https://tenant.site.example/"));
+        SettingsStore::setText(AuthSettings::userKey, QStringLiteral("operator@site.example"));
+        qputenv(AuthSettings::domainEnv, tenant.replace(QStringLiteral("$SERVER"), server.base()).toUtf8());
+        AuthenticateViewController login;
+        QCOMPARE(login.password, QStringLiteral("p@ss:word/1"));
+        const QList<QByteArray> console = consoleOf([&] {
+            login.loginButton()->click();
+            QVERIFY(waitUntil(
+                [&] { return server.requests.size() >= requests && login.requestsInFlight() == 0; }));
+        });
+        QCOMPARE(server.requests.size(), requests);
+        QCOMPARE(login.accessToken, token); // the second answer's is not used
+        if (requests < 2)
+            return;
+        const QByteArray firstBody = "client_id=" + login.client_id.toUtf8() +
+                                     "&client_secret=" + login.secret.toUtf8() +
+                                     "&audience=" + server.base().toUtf8() +
+                                     "api/v2/&grant_type=client_credentials"; // ":" and "/" unencoded
+        // The endpoint's text keeps the base's "/" and its own; the path goes out normalised.
+        QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
+        const TokenServer::Request &first = server.requests[0];
+        QCOMPARE(first.body, firstBody);
+        QCOMPARE(first.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
+        const TokenServer::Request &second = server.requests[1];
+        QCOMPARE(second.body, "client_id=" + login.client_id.toUtf8() +
+                                  "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
+        QCOMPARE(first.names + second.names,
+                 (QByteArrayList{"content-type", "accept", "content-type", "accept", "authorization"}));
+        QCOMPARE(second.headers.value("authorization"), QByteArray("Bearer tok-123"));
+        // A later login carries the token it has.
+        login.btnLogin();
+        QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
+        QCOMPARE(server.requests[2].headers.value("authorization"), QByteArray("Bearer tok-123"));
+    }
+};
+
+TAPEDESK_TEST_MAIN(UiTest)
+#include "tst_ui.moc"
