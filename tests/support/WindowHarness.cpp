@@ -204,24 +204,6 @@ bool waitForIdle(ViewController &vc, int timeoutMs)
         timeoutMs);
 }
 
-QString statusOf(QWidget *button)
-{
-    return button->property("statusImage").toString();
-}
-
-bool mountWithSimulator(const QString &driveName)
-{
-    const QString point = kMountRoot + driveName;
-    QDir().mkpath(point);
-    runProcess(simBinDir() + QStringLiteral("/ltfs"),
-               {point, QStringLiteral("-o"), QStringLiteral("devname=") + driveName, QStringLiteral("-o"),
-                QStringLiteral("eject")},
-               StreamMode::Separate);
-    const ProcessResult table = runProcess(simBinDir() + QStringLiteral("/mount"), {}, StreamMode::Separate);
-    return QString::fromUtf8(table.out).contains(QStringLiteral(" on ") + point +
-                                                 QStringLiteral(" type fuse"));
-}
-
 QList<QStringList> simInvocations(const QString &logPath)
 {
     QList<QStringList> runs;

@@ -74,13 +74,6 @@ bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000)
 // Waits until the progress indicator is hidden and the buttons are enabled.
 bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
 
-// The status image name a workflow last gave a button ("Complete Button", ...).
-QString statusOf(QWidget *button);
-
-// Mounts drive `driveName`'s volume the way TapeDesk does (the simulator's
-// ltfs on /tmp/ltfs/mnt/<name>), so "mount | grep ltfs" lists it. True when
-// the mount table shows it.
-bool mountWithSimulator(const QString &driveName);
 // The simulator's invocation log (TAPESIM_LOG): one argv per run, the tool's
 // name first.
 QList<QStringList> simInvocations(const QString &logPath);
