@@ -24,6 +24,7 @@
 #include <QShowEvent>
 #include <QSignalBlocker>
 #include <QSplitter>
+#include <QTabWidget>
 #include <QTableView>
 #include <QTextCursor>
 #include <QTimer>
@@ -200,7 +201,14 @@ void ViewController::buildLayout()
     pane.setColor(QPalette::Base, QColor(0x12, 0x14, 0x18));
     pane.setColor(QPalette::Text, Qt::white);
     ui.rightScrollView->setPalette(pane);
-    right->addWidget(ui.rightScrollView, 1);
+    // The transcript is the first of the views that share the pane's room;
+    // the others show more of the same operation or drive.
+    ui.paneTabs = new QTabWidget(central);
+    ui.paneTabs->setObjectName(QStringLiteral("paneTabs"));
+    ui.paneTabs->setAccessibleName(QStringLiteral("Views"));
+    ui.paneTabs->setDocumentMode(true);
+    ui.paneTabs->addTab(ui.rightScrollView, QStringLiteral("Transcript"));
+    right->addWidget(ui.paneTabs, 1);
 
     outer->addLayout(right, 1);
     setCentralWidget(central);

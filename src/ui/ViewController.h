@@ -12,6 +12,7 @@ class QAbstractButton;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
+class QTabWidget;
 class QProgressBar;
 class QTableView;
 
@@ -31,6 +32,7 @@ public:
     struct Outlets
     {
         QPlainTextEdit *rightScrollView = nullptr; // the output pane (a scroll view with its text)
+        QTabWidget *paneTabs = nullptr;            // the pane's first tab, beside the other views
         QTableView *tableView = nullptr;
         QLabel *lblMount = nullptr;
         QPushButton *btnScan = nullptr;
