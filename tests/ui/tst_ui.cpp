@@ -155,6 +155,30 @@ class UiTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // A field limited this way stops at three characters while typing, and a
+    // text pasted at once loses only its last character.
+    void textFieldTrim()
+    {
+        ViewController vc;
+        QLineEdit field;
+        field.setText(QStringLiteral("ABC"));
+        vc.controlTextDidChange(&field);
+        QCOMPARE(field.text(), QStringLiteral("ABC"));
+        field.setText(QStringLiteral("ABCD"));
+        vc.controlTextDidChange(&field);
+        QCOMPARE(field.text(), QStringLiteral("ABC"));
+        field.setText(QStringLiteral("KT1234"));
+        vc.controlTextDidChange(&field);
+        QCOMPARE(field.text(), QStringLiteral("KT123"));
+        field.setText(QStringLiteral("ABe\u0301\u0301"));
+        vc.controlTextDidChange(&field);
+        QCOMPARE(field.text(), QStringLiteral("ABe\u0301\u0301"));
+        field.setText(QStringLiteral("ABCe\u0301"));
+        vc.controlTextDidChange(&field);
+        QCOMPARE(field.text(), QStringLiteral("ABC"));
+        vc.controlTextDidChange(nullptr);
+    }
+
     void initTestCase()
     {
         applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
