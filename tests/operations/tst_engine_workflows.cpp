@@ -15,6 +15,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -100,6 +101,20 @@ QList<Scenario> loadScenarios()
         else if (!all.isEmpty() && !line.startsWith(QLatin1Char('#')) && !line.trimmed().isEmpty())
             all.last().lines << line;
     }
+    // "@NAME" defines lines that "use NAME" stands for in the cases.
+    QHash<QString, QStringList> defined;
+    for (const Scenario &s : std::as_const(all)) {
+        if (s.name.startsWith(QLatin1Char('@')))
+            defined.insert(s.name.mid(1), s.lines);
+    }
+    all.removeIf([](const Scenario &s) { return s.name.startsWith(QLatin1Char('@')); });
+    for (Scenario &s : all) {
+        QStringList lines;
+        for (const QString &line : std::as_const(s.lines))
+            lines << (line.startsWith(QStringLiteral("use ")) ? defined.value(line.mid(4))
+                                                              : QStringList{line});
+        s.lines = lines;
+    }
     // "NAME {a,b}" is one case per value: "{}" in a line stands for it, and a
     // line "[a] ..." belongs to the case of value a only.
     static const QRegularExpression values(QStringLiteral("\\{([^}]+)\\}$"));
@@ -134,25 +149,34 @@ QString expand(QString s)
         .replace(QStringLiteral("\\n"), QStringLiteral("\n"));
 }
 
-// Kills the running tools once the simulator has started a run matching
-// `token`: what quitting does to a tool that hangs.
+// Kills the running tools, once, after the simulator has started a run
+// matching `token` and that run has shown its first output (a hung tool
+// prints its first line, then waits) or two seconds have passed: what
+// quitting does to a tool that hangs, at a moment that does not depend on the
+// machine's speed.
 class HangKiller
 {
 public:
-    explicit HangKiller(const QString &token)
+    HangKiller(const QString &token, const RecordingFace &face)
     {
-        QObject::connect(&m_timer, &QTimer::timeout, [token] {
+        const qsizetype before = face.toolBytes.size();
+        QObject::connect(&m_timer, &QTimer::timeout, [this, token, &face, before] {
             const QList<QStringList> all = runs();
-            if (children::liveCount() > 0 && std::any_of(all.cbegin(), all.cend(), [&](const QStringList &r) {
-                    return runMatches(r, token);
-                }))
+            if (!m_seen.isValid() && std::any_of(all.cbegin(), all.cend(),
+                                                 [&](const QStringList &r) { return runMatches(r, token); }))
+                m_seen.start();
+            if (m_seen.isValid() && children::liveCount() > 0 &&
+                (face.toolBytes.size() > before || m_seen.elapsed() > 2000)) {
                 children::killAll();
+                m_timer.stop();
+            }
         });
         m_timer.start(20);
     }
 
 private:
     QTimer m_timer;
+    QElapsedTimer m_seen;
 };
 
 // Where a case failed: its line, what was expected and what was found.
@@ -236,7 +260,8 @@ private:
         QStringList script;
         answerWith({}, &asked);
         TapeEngine engine(face);
-        QStringList recordedRuns; // what ran up to the end of the last action
+        engine.setLiveOutput(true); // what a hung tool printed tells the killer it is under way
+        QStringList recordedRuns;   // what ran up to the end of the last action
         std::unique_ptr<QTimer> healer;
         QMap<QString, QVariant> storeBefore;
         const auto fail = [&](const QString &line, const QString &actual) {
@@ -320,7 +345,7 @@ private:
                 const QString hangAt = rest.section(QLatin1Char(' '), 1);
                 std::unique_ptr<HangKiller> killer;
                 if (!hangAt.isEmpty())
-                    killer = std::make_unique<HangKiller>(hangAt);
+                    killer = std::make_unique<HangKiller>(hangAt, face);
                 // "a+b": b is asked for while a runs
                 const QStringList asks = rest.section(QLatin1Char(' '), 0, 0).split(QLatin1Char('+'));
                 for (int k = 1; k < asks.size(); ++k) {

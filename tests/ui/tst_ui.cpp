@@ -23,6 +23,7 @@
 
 #include <QAccessible>
 #include <QFileDialog>
+#include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -447,6 +448,11 @@ private Q_SLOTS:
         script.then([&](QWidget *d, const SeenDialog &) {
             auto *fd = qobject_cast<QFileDialog *>(d);
             fd->setDirectory(dir);
+            // The listing loads in the background; a name typed before it is
+            // there is judged against an empty folder.
+            auto *model = fd->findChild<QFileSystemModel *>();
+            QVERIFY(
+                waitUntil([&] { return model && model->rowCount(model->index(dir.chopped(1))) > 0; }, 5000));
             stayedOpen = refused.isEmpty() || enterAndAccept(fd, dir + refused, true);
             enterAndAccept(fd, dir + chosen);
         });
