@@ -1,0 +1,260 @@
+// ctest-timeout: 40
+// What the operator learns of a mounted tape, read from the attributes LTFS
+// publishes, and why no drive is listed, against fake device folders and the
+// simulator.
+
+#include "operations/MissingDrive.h"
+#include "operations/VolumeDetails.h"
+#include "support/EngineHarness.h"
+#include "support/TestEnv.h"
+#include "tools/ToolPaths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+#include <cerrno>
+#include <sys/xattr.h>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+// "Label=value" for each labelled row.
+QStringList rowsOf(const VolumeDetails &details)
+{
+    QStringList rows;
+    for (const auto &[label, value] : volumeDetailRows(details))
+        rows << label + QLatin1Char('=') + value;
+    return rows;
+}
+
+void writeFile(const QString &path, const QByteArray &content, QFile::Permissions permissions)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(content);
+    f.close();
+    QVERIFY(f.setPermissions(permissions));
+}
+
+} // namespace
+
+class EngineVolumeTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void attributes_data()
+    {
+        QTest::addColumn<QStringList>("attributes"); // name=value, as getxattr returns them
+        QTest::addColumn<qint64>("statvfsTotal");    // -1: statvfs failed
+        QTest::addColumn<QStringList>("expected");   // rows that must be shown so
+        QTest::newRow("a real run on a 3 GB virtual cartridge")
+            << QStringList{"volumeName=QA9999",
+                           "mamBarcode=QA9999                          ",
+                           "volumeUUID=52bac9f0-97f4-464a-9dbd-a6ead8718345",
+                           "volumeFormatTime=2026-11-23T11:39:48.393093672Z",
+                           "indexGeneration=1",
+                           "mediaDataPartitionTotalCapacity=2842",
+                           "mediaDataPartitionAvailableSpace=2839",
+                           "mediaLoads=-1",
+                           "mediaStorageAlert=0x0000000000000000"}
+            << qint64(-1)
+            << QStringList{"Barcode=QA9999", "Formatted=2026-11-23 11:39:48 UTC", "Index generation=1",
+                           "Capacity=3.0 GB", "Used=0.0 GB", "Free=3.0 GB", "Media loads=not reported",
+                           "Alerts=none (0x0000000000000000)"};
+        QTest::newRow("absent and -1 are not reported, even with statvfs failing")
+            << QStringList{"indexGeneration=-1", "mediaStorageAlert=-1", "volumeName="} << qint64(-1)
+            << QStringList{"Volume name=not reported", "UUID=not reported", "Formatted=not reported",
+                           "Index generation=not reported", "Capacity=not reported", "Used=not reported",
+                           "Alerts=not reported"};
+        QTest::newRow("garbage is not reported; the size falls back on statvfs")
+            << QStringList{"volumeFormatTime=yesterday", "mediaLoads=12abc", "mediaStorageAlert=banana",
+                           "mediaDataPartitionTotalCapacity=99999999999999999999"}
+            << qint64(2'500'000'000'000)
+            << QStringList{"Formatted=not reported", "Media loads=not reported", "Alerts=not reported",
+                           "Capacity=2.5 TB", "Used=500.0 GB", "Free=2.0 TB"};
+        QTest::newRow("cleaning and media flags decoded, raw value kept")
+            << QStringList{"mediaLoads=37", "mediaStorageAlert=0x0000000000080008",
+                           "mediaDataPartitionTotalCapacity=11444224", "mediaDataPartitionAvailableSpace=0"}
+            << qint64(-1)
+            << QStringList{"Media loads=37",
+                           "Alerts=media error: the tape may be damaged, copy its data off; cleaning required "
+                           "now (0x0000000000080008)",
+                           "Capacity=12.0 TB", "Free=0.0 GB"};
+        QTest::newRow("an unnamed flag is named by its number")
+            << QStringList{"mediaStorageAlert=0x8000000000000000"} << qint64(-1)
+            << QStringList{"Alerts=TapeAlert flag 64 (0x8000000000000000)"};
+    }
+
+    void attributes()
+    {
+        QFETCH(QStringList, attributes);
+        QFETCH(qint64, statvfsTotal);
+        QFETCH(QStringList, expected);
+        VolumeAttributes read;
+        for (const QString &a : attributes)
+            read.insert(a.section('=', 0, 0), a.section('=', 1).toUtf8());
+        std::optional<FileSystemSize> size;
+        if (statvfsTotal >= 0)
+            size = FileSystemSize{statvfsTotal, statvfsTotal / 5 * 4};
+        const QStringList rows = rowsOf(volumeDetailsFrom(read, size));
+        for (const QString &row : expected) {
+            QVERIFY2(rows.contains(row), qPrintable(row + QStringLiteral("\n in ") + rows.join('\n')));
+        }
+    }
+
+    // Mounted through the simulator, the tab shows the cartridge's state; after
+    // the unmount, nothing is left to show and the attributes are gone.
+    void simulatedMount()
+    {
+        const QString point = QStringLiteral("/tmp/ltfs/mnt/54");
+        QVERIFY(QDir().mkpath(point));
+        if (::setxattr(point.toLocal8Bit().constData(), "user.tapedesk.probe", "1", 1, 0) != 0)
+            QSKIP(qPrintable(QStringLiteral("/tmp takes no user extended attributes: ") +
+                             QString::fromLocal8Bit(std::strerror(errno))));
+        ::removexattr(point.toLocal8Bit().constData(), "user.tapedesk.probe");
+        resetSimulator();
+        writeFile(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"),
+                  "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
+                  "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
+                  "tape-alert = 0x0000000000080000\n",
+                  QFile::ReadOwner | QFile::WriteOwner);
+        useSimulator();
+        QStringList asked;
+        answerWith({QStringLiteral("0")}, &asked);
+        RecordingFace face;
+        TapeEngine engine(face);
+        QVERIFY(scanAndSelect(engine, face, QStringLiteral("tape54")));
+        QVERIFY(performToEnd(engine, Action::Mount));
+        QTRY_VERIFY(!face.volumeReports.isEmpty() &&
+                    face.volumeReports.last().state == VolumeReport::State::Read);
+        const QStringList rows = rowsOf(face.volumeReports.last().details);
+        for (const char *row : {"Volume name=VOL054", "Barcode=TD0054", "Formatted=not reported",
+                                "Media loads=5", "Capacity=11.6 TB", "Used=1.0 TB",
+                                "Alerts=cleaning required now (0x0000000000080000)"}) {
+            QVERIFY2(rows.contains(QString::fromLatin1(row)), qPrintable(rows.join('\n')));
+        }
+
+        answerWith({}, &asked);
+        QVERIFY(performToEnd(engine, Action::Mount));
+        QCOMPARE(face.volumeReports.last().state, VolumeReport::State::NotMounted);
+        QCOMPARE(::getxattr(point.toLocal8Bit().constData(), "user.ltfs.volumeName", nullptr, 0), -1);
+        resetSimulator();
+    }
+
+    void missingDrive_data()
+    {
+        QTest::addColumn<QStringList>("nodes"); // in the device folder; a leading "!" makes it 0660
+        QTest::addColumn<QByteArray>("modules");
+        QTest::addColumn<QList<uint>>("configuredGroups"); // the group database's for the user
+        QTest::addColumn<QStringList>("expected");         // one line each, "$DEV" the device folder
+        const QList<uint> own{4242};
+        QTest::newRow("no nodes, no modules")
+            << QStringList() << QByteArray("ext4 1 0 - Live 0x0\n") << own
+            << QStringList{"Problem: No tape device node in $DEV (IBMtape*, nst*, sg*). What to do: Check the "
+                           "drive's power and cable and that the host adapter sees it (lsscsi -g), and load the "
+                           "kernel modules below.",
+                           "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
+                           "/etc/modules-load.d/ to keep it).",
+                           "Problem: Kernel module sg is not loaded. What to do: sudo modprobe sg (list it in "
+                           "/etc/modules-load.d/ to keep it)."};
+        QTest::newRow("nodes without permission, the user not in the group")
+            << QStringList{"!nst0", "!sg1"} << QByteArray("st 94208 0 - Live 0x0\nsg 40960 0 - Live 0x0\n")
+            << own
+            << QStringList{"Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
+                           "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
+                           "back in.",
+                           "Problem: $DEV/sg1 is not readable and writable by operator (group root). operator "
+                           "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
+                           "back in."};
+        QTest::newRow("added to the group after the session began")
+            << QStringList{"!nst0"} << QByteArray("st 1 0 - Live 0x0\nsg 1 0 - Live 0x0\n") << QList<uint>{0}
+            << QStringList{"Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
+                           "was added to group root after this session began. What to do: Log out and back in "
+                           "(or restart) so the session joins group root."};
+        QTest::newRow("module missing")
+            << QStringList{"sg0"} << QByteArray("sg 40960 0 - Live 0x0\n") << own
+            << QStringList{"OK: $DEV/sg0 is readable and writable by operator.",
+                           "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
+                           "/etc/modules-load.d/ to keep it)."};
+        QTest::newRow("all fine")
+            << QStringList{"nst0", "sg0", "IBMtape0"}
+            << QByteArray("lin_tape 1 0 - Live 0x0\nst 1 0 - Live 0x0\nsg 1 0 - Live 0x0\n") << own
+            << QStringList{"OK: Kernel module lin_tape is loaded ($DEV/IBMtape*).",
+                           "OK: Nothing on this host stands in the way: if Scan still lists no drive, "
+                           "power-cycle the drive and check its cable, then scan again."};
+    }
+
+    void missingDrive()
+    {
+        QFETCH(QStringList, nodes);
+        QFETCH(QByteArray, modules);
+        QFETCH(QList<uint>, configuredGroups);
+        QFETCH(QStringList, expected);
+        static int row = 0;
+        const HostRoots roots{makeDir(QStringLiteral("dev%1").arg(row)), makeDir(QStringLiteral("proc%1").arg(row))};
+        ++row;
+        for (QString node : nodes) {
+            const bool locked = node.startsWith('!');
+            writeFile(roots.devices + '/' + node.remove('!'), {},
+                      locked ? QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::WriteGroup
+                             : QFile::ReadUser | QFile::WriteUser | QFile::ReadGroup | QFile::WriteGroup |
+                                   QFile::ReadOther | QFile::WriteOther);
+        }
+        writeFile(roots.proc + QStringLiteral("/modules"), modules, QFile::ReadOwner | QFile::WriteOwner);
+        // An ordinary user, whatever runs the test: the nodes belong to it
+        // (owner and group) only when it is root.
+        Identity who;
+        who.uid = 4242;
+        who.userName = QStringLiteral("operator");
+        who.groups = {4242};
+        for (uint gid : configuredGroups)
+            who.configuredGroups << gid;
+        const QString itdt = writeScript(makeDir(QStringLiteral("bin")), QStringLiteral("itdt"), {});
+        QStringList lines;
+        for (const Finding &f : missingDriveFindings(itdt, roots, who))
+            lines << f.line();
+        QCOMPARE(lines.first(), QStringLiteral("OK: itdt is set and executable: %1.").arg(itdt));
+        for (QString line : expected) {
+            line.replace(QStringLiteral("$DEV"), roots.devices);
+            QVERIFY2(lines.contains(line), qPrintable(line + QStringLiteral("\n in:\n") + lines.join('\n')));
+        }
+        // Each problem is one the row set up, nothing more.
+        const auto problems = [](const QStringList &l) { return l.filter(QRegularExpression("^Problem: ")).size(); };
+        QCOMPARE(problems(lines), problems(expected));
+    }
+
+    // A scan that lists nothing says why at once, and the itdt it ran is named.
+    void emptyScanExplains()
+    {
+        resetSimulator();
+        useSimulator();
+        ITDT_PATH.set(writeScript(makeDir(QStringLiteral("empty")), QStringLiteral("itdt"),
+                                  QStringLiteral("echo 'Scanning SCSI Bus ...'; echo 'Exit with code: 0'")));
+        RecordingFace face;
+        TapeEngine engine(face);
+        engine.hostRoots = {makeDir(QStringLiteral("nodev")), makeDir(QStringLiteral("noproc"))};
+        QVERIFY(performToEnd(engine, Action::Scan));
+        const QStringList lines = face.paneLines();
+        const qsizetype why = lines.indexOf(QStringLiteral("Why no drive may be listed:"));
+        QVERIFY2(why > lines.indexOf(QStringLiteral("Scan Complete")), qPrintable(lines.join('\n')));
+        QVERIFY(lines.value(why + 2).startsWith(QStringLiteral("Problem: No tape device node")));
+        QVERIFY(lines.last().contains(QStringLiteral("/modules cannot be read")));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    TestHome home;
+    // The format time is shown in local time.
+    qputenv("TZ", "UTC");
+    QCoreApplication app(argc, argv);
+    configureApplication(app);
+    EngineVolumeTest tc;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&tc, argc, argv);
+}
+
+#include "tst_engine_volume.moc"
