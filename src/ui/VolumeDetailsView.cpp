@@ -6,6 +6,7 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QUrl>
@@ -139,7 +140,14 @@ void VolumeDetailsView::openVolume()
 {
     if (m_mountPoint.isEmpty())
         return;
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(m_mountPoint)))
+    const QUrl url = QUrl::fromLocalFile(m_mountPoint);
+    if (QDesktopServices::openUrl(url))
+        return;
+    // Some platform integrations (offscreen, minimal window managers) offer no
+    // desktop services; the freedesktop opener is what they would have run.
+    // Detached rather than through the tool runner: the file manager is the
+    // operator's and outlives TapeDesk.
+    if (!QProcess::startDetached(QStringLiteral("xdg-open"), {url.toString(QUrl::FullyEncoded)}))
         m_state->setText(QStringLiteral("No file manager could be started for %1.").arg(m_mountPoint));
 }
 
