@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <ctime>
+#include <iterator>
 #include <sys/xattr.h>
 
 namespace tapesim {

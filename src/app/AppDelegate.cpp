@@ -10,12 +10,12 @@
 #include "ui/ViewController.h"
 
 #include <QAction>
-#include <QTabWidget>
 #include <QApplication>
 #include <QFile>
 #include <QIcon>
 #include <QMenu>
 #include <QMenuBar>
+#include <QTabWidget>
 
 namespace tapedesk {
 
@@ -55,8 +55,9 @@ AppDelegate::AppDelegate(QObject *parent) : QObject(parent)
                          QKeySequence(Qt::Key_F1), QStringLiteral("Open the TapeDesk manual"));
     actionLicence = command(this, QStringLiteral("actionLicence"), QStringLiteral("&Licence Agreement"),
                             QKeySequence(), QStringLiteral("Show the licence agreement"));
-    actionWhyNoDrive = command(this, QStringLiteral("actionWhyNoDrive"), QStringLiteral("Why Is My &Drive Missing?"),
-                               QKeySequence(), QStringLiteral("Check what keeps a drive from being listed"));
+    actionWhyNoDrive =
+        command(this, QStringLiteral("actionWhyNoDrive"), QStringLiteral("Why Is My &Drive Missing?"),
+                QKeySequence(), QStringLiteral("Check what keeps a drive from being listed"));
     connect(actionWhyNoDrive, &QAction::triggered, this, [this] {
         if (!m_mainWindow)
             return;

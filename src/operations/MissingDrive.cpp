@@ -85,8 +85,9 @@ Finding nodeFinding(const QString &path, const Identity &who)
                                "MODE=\"0660\", GROUP=\"%1\".")
                     .arg(group)};
     if (who.configuredGroups.contains(st.st_gid))
-        return {false, problem + QStringLiteral(" %1 was added to group %2 after this session began.")
-                                     .arg(who.userName, group),
+        return {false,
+                problem + QStringLiteral(" %1 was added to group %2 after this session began.")
+                              .arg(who.userName, group),
                 QStringLiteral("Log out and back in (or restart) so the session joins group %1.").arg(group)};
     return {false, problem + QStringLiteral(" %1 is not in group %2.").arg(who.userName, group),
             QStringLiteral("sudo usermod -aG %1 %2, then log out and back in.").arg(group, who.userName)};
@@ -138,10 +139,10 @@ QList<Finding> missingDriveFindings(const QString &itdtPath, const HostRoots &ro
             nodes << devices.filePath(name);
     }
     if (nodes.isEmpty())
-        findings << Finding{false,
-                            QStringLiteral("No tape device node in %1 (IBMtape*, nst*, sg*).").arg(roots.devices),
-                            QStringLiteral("Check the drive's power and cable and that the host adapter "
-                                           "sees it (lsscsi -g), and load the kernel modules below.")};
+        findings << Finding{
+            false, QStringLiteral("No tape device node in %1 (IBMtape*, nst*, sg*).").arg(roots.devices),
+            QStringLiteral("Check the drive's power and cable and that the host adapter "
+                           "sees it (lsscsi -g), and load the kernel modules below.")};
     for (const QString &node : nodes)
         findings << nodeFinding(node, who);
 
@@ -149,10 +150,11 @@ QList<Finding> missingDriveFindings(const QString &itdtPath, const HostRoots &ro
     const QString modulesPath = roots.proc + QStringLiteral("/modules");
     QFile modulesFile(modulesPath);
     if (!modulesFile.open(QIODevice::ReadOnly)) {
-        findings << Finding{false,
-                            QStringLiteral("%1 cannot be read: whether the tape modules are loaded is unknown.")
-                                .arg(modulesPath),
-                            QStringLiteral("Run lsmod and look for st and sg.")};
+        findings << Finding{
+            false,
+            QStringLiteral("%1 cannot be read: whether the tape modules are loaded is unknown.")
+                .arg(modulesPath),
+            QStringLiteral("Run lsmod and look for st and sg.")};
         return findings;
     }
     QSet<QString> loaded;
@@ -161,30 +163,34 @@ QList<Finding> missingDriveFindings(const QString &itdtPath, const HostRoots &ro
     for (const NodeFamily &family : kFamilies) {
         const QString nodesOf = roots.devices + QLatin1Char('/') + family.pattern;
         if (loaded.contains(family.module))
-            findings << Finding{true, QStringLiteral("Kernel module %1 is loaded (%2).").arg(family.module, nodesOf),
-                                {}};
+            findings << Finding{
+                true, QStringLiteral("Kernel module %1 is loaded (%2).").arg(family.module, nodesOf), {}};
         else if (familiesPresent.contains(family.module))
-            findings << Finding{true,
-                                QStringLiteral("Kernel module %1 is not listed, but %2 exist: it is built into "
-                                               "the kernel.")
-                                    .arg(family.module, nodesOf),
-                                {}};
+            findings << Finding{
+                true,
+                QStringLiteral("Kernel module %1 is not listed, but %2 exist: it is built into "
+                               "the kernel.")
+                    .arg(family.module, nodesOf),
+                {}};
         else if (!family.needed)
-            findings << Finding{true,
-                                QStringLiteral("Kernel module %1 is not loaded; not needed, itdt reaches drives "
-                                               "through sg too.")
-                                    .arg(family.module),
-                                {}};
+            findings << Finding{
+                true,
+                QStringLiteral("Kernel module %1 is not loaded; not needed, itdt reaches drives "
+                               "through sg too.")
+                    .arg(family.module),
+                {}};
         else
-            findings << Finding{false, QStringLiteral("Kernel module %1 is not loaded.").arg(family.module),
-                                QStringLiteral("sudo modprobe %1 (list it in /etc/modules-load.d/ to keep it).")
-                                    .arg(family.module)};
+            findings << Finding{
+                false, QStringLiteral("Kernel module %1 is not loaded.").arg(family.module),
+                QStringLiteral("sudo modprobe %1 (list it in /etc/modules-load.d/ to keep it).")
+                    .arg(family.module)};
     }
     if (std::all_of(findings.cbegin(), findings.cend(), [](const Finding &f) { return f.ok; }))
-        findings << Finding{true,
-                            QStringLiteral("Nothing on this host stands in the way: if Scan still lists no "
-                                           "drive, power-cycle the drive and check its cable, then scan again."),
-                            {}};
+        findings << Finding{
+            true,
+            QStringLiteral("Nothing on this host stands in the way: if Scan still lists no "
+                           "drive, power-cycle the drive and check its cable, then scan again."),
+            {}};
     return findings;
 }
 

@@ -13,8 +13,8 @@
 #include <QTimeZone>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <fcntl.h>
+#include <limits>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -82,7 +82,8 @@ std::optional<QDateTime> formatTime(const VolumeAttributes &a)
 {
     static const QRegularExpression form(
         QStringLiteral(R"(^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.(\d{1,9}))?Z$)"));
-    const QRegularExpressionMatch m = form.match(text(a, QStringLiteral("volumeFormatTime")).value_or(QString()));
+    const QRegularExpressionMatch m =
+        form.match(text(a, QStringLiteral("volumeFormatTime")).value_or(QString()));
     if (!m.hasMatch())
         return std::nullopt;
     QDateTime time = QDateTime::fromString(m.captured(1), Qt::ISODate);
@@ -139,8 +140,7 @@ QString orNotReported(const std::optional<QString> &value)
     return value.value_or(QStringLiteral("not reported"));
 }
 
-template <typename T, typename F>
-QString shown(const std::optional<T> &value, F format)
+template <typename T, typename F> QString shown(const std::optional<T> &value, F format)
 {
     return value ? format(*value) : QStringLiteral("not reported");
 }
@@ -203,9 +203,11 @@ QList<std::pair<QString, QString>> volumeDetailRows(const VolumeDetails &d)
         {QStringLiteral("Volume name"), orNotReported(d.volumeName)},
         {QStringLiteral("Barcode"), orNotReported(d.barcode)},
         {QStringLiteral("UUID"), orNotReported(d.uuid)},
-        {QStringLiteral("Formatted"),
-         shown(d.formatTime,
-               [](const QDateTime &t) { return t.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss t")); })},
+        {QStringLiteral("Formatted"), shown(d.formatTime,
+                                            [](const QDateTime &t) {
+                                                return t.toLocalTime().toString(
+                                                    QStringLiteral("yyyy-MM-dd HH:mm:ss t"));
+                                            })},
         {QStringLiteral("Index generation"), shown(d.indexGeneration, number)},
         {QStringLiteral("Capacity"), shown(d.capacityBytes, size)},
         {QStringLiteral("Used"), shown(d.usedBytes, size)},

@@ -41,7 +41,8 @@ struct VolumeDetails
 };
 
 // The attributes (and statvfs, where LTFS gives no capacity) decoded.
-VolumeDetails volumeDetailsFrom(const VolumeAttributes &attributes, const std::optional<FileSystemSize> &size);
+VolumeDetails volumeDetailsFrom(const VolumeAttributes &attributes,
+                                const std::optional<FileSystemSize> &size);
 
 // The names of the TapeAlert flags set in `flags`; flag N is bit N-1, as
 // LTFS packs the drive's log page.

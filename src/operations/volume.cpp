@@ -23,16 +23,17 @@ void TapeEngine::refreshVolumeDetails()
         report.driveId = drive->id();
         report.mountPoint = kMountRoot + drive->name();
         report.state = drive->mounted() && isSafeMountName(drive->name()) ? VolumeReport::State::Reading
-                                                                           : VolumeReport::State::NotMounted;
+                                                                          : VolumeReport::State::NotMounted;
     }
     if (report.state != VolumeReport::State::Reading) {
         m_face.volumeDetailsChanged(report);
         return;
     }
-    const QString waited = QStringLiteral("%1 did not answer within %2 s: LTFS may be hung or the drive busy. "
-                                          "The window goes on; try Refresh later.")
-                               .arg(report.mountPoint)
-                               .arg(volumeReadTimeoutMs / 1000.0);
+    const QString waited =
+        QStringLiteral("%1 did not answer within %2 s: LTFS may be hung or the drive busy. "
+                       "The window goes on; try Refresh later.")
+            .arg(report.mountPoint)
+            .arg(volumeReadTimeoutMs / 1000.0);
     // A file system that hangs holds its reader in the kernel, where nothing
     // can end it; one such reader is enough.
     if (m_volumeReadHangs->load()) {
@@ -61,7 +62,8 @@ void TapeEngine::refreshVolumeDetails()
                 report.details = volumeDetailsFrom(result.attributes, result.size);
             } else {
                 report.state = VolumeReport::State::Unreadable;
-                report.problem = QStringLiteral("%1 cannot be read: %2.").arg(report.mountPoint, result.error);
+                report.problem =
+                    QStringLiteral("%1 cannot be read: %2.").arg(report.mountPoint, result.error);
             }
             m_face.volumeDetailsChanged(report);
         });

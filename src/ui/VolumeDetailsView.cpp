@@ -117,7 +117,8 @@ void VolumeDetailsView::showReport(const VolumeReport &report)
     m_usage->setVisible(usage);
     if (usage) {
         m_usage->setValue(static_cast<int>(*d.usedBytes * 1000 / *d.capacityBytes));
-        m_usage->setFormat(QStringLiteral("%1 of %2 used").arg(byteSize(*d.usedBytes), byteSize(*d.capacityBytes)));
+        m_usage->setFormat(
+            QStringLiteral("%1 of %2 used").arg(byteSize(*d.usedBytes), byteSize(*d.capacityBytes)));
     }
 }
 

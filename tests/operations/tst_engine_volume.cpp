@@ -61,28 +61,35 @@ private Q_SLOTS:
                            "mediaLoads=-1",
                            "mediaStorageAlert=0x0000000000000000"}
             << qint64(-1)
-            << QStringList{"Barcode=QA9999", "Formatted=2026-11-23 11:39:48 UTC", "Index generation=1",
-                           "Capacity=3.0 GB", "Used=0.0 GB", "Free=3.0 GB", "Media loads=not reported",
+            << QStringList{"Barcode=QA9999",
+                           "Formatted=2026-11-23 11:39:48 UTC",
+                           "Index generation=1",
+                           "Capacity=3.0 GB",
+                           "Used=0.0 GB",
+                           "Free=3.0 GB",
+                           "Media loads=not reported",
                            "Alerts=none (0x0000000000000000)"};
         QTest::newRow("absent and -1 are not reported, even with statvfs failing")
             << QStringList{"indexGeneration=-1", "mediaStorageAlert=-1", "volumeName="} << qint64(-1)
-            << QStringList{"Volume name=not reported", "UUID=not reported", "Formatted=not reported",
-                           "Index generation=not reported", "Capacity=not reported", "Used=not reported",
+            << QStringList{"Volume name=not reported", "UUID=not reported",
+                           "Formatted=not reported",   "Index generation=not reported",
+                           "Capacity=not reported",    "Used=not reported",
                            "Alerts=not reported"};
         QTest::newRow("garbage is not reported; the size falls back on statvfs")
             << QStringList{"volumeFormatTime=yesterday", "mediaLoads=12abc", "mediaStorageAlert=banana",
                            "mediaDataPartitionTotalCapacity=99999999999999999999"}
-            << qint64(2'500'000'000'000)
-            << QStringList{"Formatted=not reported", "Media loads=not reported", "Alerts=not reported",
-                           "Capacity=2.5 TB", "Used=500.0 GB", "Free=2.0 TB"};
+            << qint64(2'500'000'000'000) << QStringList{"Formatted=not reported", "Media loads=not reported",
+                                                        "Alerts=not reported",    "Capacity=2.5 TB",
+                                                        "Used=500.0 GB",          "Free=2.0 TB"};
         QTest::newRow("cleaning and media flags decoded, raw value kept")
             << QStringList{"mediaLoads=37", "mediaStorageAlert=0x0000000000080008",
                            "mediaDataPartitionTotalCapacity=11444224", "mediaDataPartitionAvailableSpace=0"}
             << qint64(-1)
-            << QStringList{"Media loads=37",
-                           "Alerts=media error: the tape may be damaged, copy its data off; cleaning required "
-                           "now (0x0000000000080008)",
-                           "Capacity=12.0 TB", "Free=0.0 GB"};
+            << QStringList{
+                   "Media loads=37",
+                   "Alerts=media error: the tape may be damaged, copy its data off; cleaning required "
+                   "now (0x0000000000080008)",
+                   "Capacity=12.0 TB", "Free=0.0 GB"};
         QTest::newRow("an unnamed flag is named by its number")
             << QStringList{"mediaStorageAlert=0x8000000000000000"} << qint64(-1)
             << QStringList{"Alerts=TapeAlert flag 64 (0x8000000000000000)"};
@@ -131,9 +138,9 @@ private Q_SLOTS:
         QTRY_VERIFY(!face.volumeReports.isEmpty() &&
                     face.volumeReports.last().state == VolumeReport::State::Read);
         const QStringList rows = rowsOf(face.volumeReports.last().details);
-        for (const char *row : {"Volume name=VOL054", "Barcode=TD0054", "Formatted=not reported",
-                                "Media loads=5", "Capacity=11.6 TB", "Used=1.0 TB",
-                                "Alerts=cleaning required now (0x0000000000080000)"}) {
+        for (const char *row :
+             {"Volume name=VOL054", "Barcode=TD0054", "Formatted=not reported", "Media loads=5",
+              "Capacity=11.6 TB", "Used=1.0 TB", "Alerts=cleaning required now (0x0000000000080000)"}) {
             QVERIFY2(rows.contains(QString::fromLatin1(row)), qPrintable(rows.join('\n')));
         }
 
@@ -153,32 +160,36 @@ private Q_SLOTS:
         const QList<uint> own{4242};
         QTest::newRow("no nodes, no modules")
             << QStringList() << QByteArray("ext4 1 0 - Live 0x0\n") << own
-            << QStringList{"Problem: No tape device node in $DEV (IBMtape*, nst*, sg*). What to do: Check the "
-                           "drive's power and cable and that the host adapter sees it (lsscsi -g), and load the "
-                           "kernel modules below.",
-                           "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
-                           "/etc/modules-load.d/ to keep it).",
-                           "Problem: Kernel module sg is not loaded. What to do: sudo modprobe sg (list it in "
-                           "/etc/modules-load.d/ to keep it)."};
+            << QStringList{
+                   "Problem: No tape device node in $DEV (IBMtape*, nst*, sg*). What to do: Check the "
+                   "drive's power and cable and that the host adapter sees it (lsscsi -g), and load the "
+                   "kernel modules below.",
+                   "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
+                   "/etc/modules-load.d/ to keep it).",
+                   "Problem: Kernel module sg is not loaded. What to do: sudo modprobe sg (list it in "
+                   "/etc/modules-load.d/ to keep it)."};
         QTest::newRow("nodes without permission, the user not in the group")
             << QStringList{"!nst0", "!sg1"} << QByteArray("st 94208 0 - Live 0x0\nsg 40960 0 - Live 0x0\n")
             << own
-            << QStringList{"Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
-                           "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
-                           "back in.",
-                           "Problem: $DEV/sg1 is not readable and writable by operator (group root). operator "
-                           "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
-                           "back in."};
+            << QStringList{
+                   "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
+                   "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
+                   "back in.",
+                   "Problem: $DEV/sg1 is not readable and writable by operator (group root). operator "
+                   "is not in group root. What to do: sudo usermod -aG root operator, then log out and "
+                   "back in."};
         QTest::newRow("added to the group after the session began")
             << QStringList{"!nst0"} << QByteArray("st 1 0 - Live 0x0\nsg 1 0 - Live 0x0\n") << QList<uint>{0}
-            << QStringList{"Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
-                           "was added to group root after this session began. What to do: Log out and back in "
-                           "(or restart) so the session joins group root."};
+            << QStringList{
+                   "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
+                   "was added to group root after this session began. What to do: Log out and back in "
+                   "(or restart) so the session joins group root."};
         QTest::newRow("module missing")
             << QStringList{"sg0"} << QByteArray("sg 40960 0 - Live 0x0\n") << own
-            << QStringList{"OK: $DEV/sg0 is readable and writable by operator.",
-                           "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
-                           "/etc/modules-load.d/ to keep it)."};
+            << QStringList{
+                   "OK: $DEV/sg0 is readable and writable by operator.",
+                   "Problem: Kernel module st is not loaded. What to do: sudo modprobe st (list it in "
+                   "/etc/modules-load.d/ to keep it)."};
         QTest::newRow("all fine")
             << QStringList{"nst0", "sg0", "IBMtape0"}
             << QByteArray("lin_tape 1 0 - Live 0x0\nst 1 0 - Live 0x0\nsg 1 0 - Live 0x0\n") << own
@@ -194,7 +205,8 @@ private Q_SLOTS:
         QFETCH(QList<uint>, configuredGroups);
         QFETCH(QStringList, expected);
         static int row = 0;
-        const HostRoots roots{makeDir(QStringLiteral("dev%1").arg(row)), makeDir(QStringLiteral("proc%1").arg(row))};
+        const HostRoots roots{makeDir(QStringLiteral("dev%1").arg(row)),
+                              makeDir(QStringLiteral("proc%1").arg(row))};
         ++row;
         for (QString node : nodes) {
             const bool locked = node.startsWith('!');
@@ -222,7 +234,9 @@ private Q_SLOTS:
             QVERIFY2(lines.contains(line), qPrintable(line + QStringLiteral("\n in:\n") + lines.join('\n')));
         }
         // Each problem is one the row set up, nothing more.
-        const auto problems = [](const QStringList &l) { return l.filter(QRegularExpression("^Problem: ")).size(); };
+        const auto problems = [](const QStringList &l) {
+            return l.filter(QRegularExpression("^Problem: ")).size();
+        };
         QCOMPARE(problems(lines), problems(expected));
     }
 

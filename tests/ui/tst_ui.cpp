@@ -23,6 +23,7 @@
 #include "ui/VolumeDetailsView.h"
 
 #include <QAccessible>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -31,7 +32,6 @@
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QElapsedTimer>
 #include <QTimer>
 #include <QUrl>
 #include <fcntl.h>
@@ -375,12 +375,14 @@ private Q_SLOTS:
         ticker.start(20);
         click(5);
         if (hung) {
-            QVERIFY(waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
+            QVERIFY(
+                waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
             QVERIFY2(longestGap < 300, qPrintable(QString::number(longestGap)));
             QVERIFY(clock.elapsed() >= 1500);
             QCOMPARE(view->valueOf(QStringLiteral("Capacity")), QStringLiteral("-"));
             QTest::mouseClick(view->refreshButton(), Qt::LeftButton);
-            QVERIFY(view->stateText().startsWith(QStringLiteral("An earlier read of the volume has still not")));
+            QVERIFY(
+                view->stateText().startsWith(QStringLiteral("An earlier read of the volume has still not")));
             return;
         }
         QTRY_COMPARE(view->stateText(), QStringLiteral("As LTFS reports them now."));
