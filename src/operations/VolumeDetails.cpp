@@ -25,7 +25,7 @@ namespace {
 
 // LTFS counts its partition sizes in binary megabytes: 2842 of them are the
 // "2.8G" df shows for the same volume.
-constexpr qint64 kLtfsMegabyte = 1024 * 1024;
+constexpr qint64 kLtfsMegabyte = qint64(1024) * 1024;
 
 const QStringList kAttributeNames{
     QStringLiteral("volumeName"),
