@@ -289,6 +289,8 @@ private:
     // makes an older answer stale. The guard tells a detached reader's late
     // answer whether the engine is still there.
     quint64 m_volumeRead = 0;
+    QString m_volumeReadPoint; // of the reader started last
+    bool m_volumeReadTimedOut = false;
     std::shared_ptr<std::atomic<bool>> m_volumeReadHangs = std::make_shared<std::atomic<bool>>(false);
     std::shared_ptr<int> m_volumeReadGuard = std::make_shared<int>(0);
 

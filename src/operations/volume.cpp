@@ -16,7 +16,6 @@ namespace tapedesk {
 
 void TapeEngine::refreshVolumeDetails()
 {
-    const quint64 read = ++m_volumeRead;
     VolumeReport report;
     const DrivePtr drive = selectedDrive.get();
     if (drive) {
@@ -25,6 +24,12 @@ void TapeEngine::refreshVolumeDetails()
         report.state = drive->mounted() && isSafeMountName(drive->name()) ? VolumeReport::State::Reading
                                                                           : VolumeReport::State::NotMounted;
     }
+    const bool inFlight = m_volumeReadHangs->load();
+    // The read under way answers a refresh of the same volume too.
+    if (report.state == VolumeReport::State::Reading && inFlight && !m_volumeReadTimedOut &&
+        report.mountPoint == m_volumeReadPoint)
+        return;
+    const quint64 read = ++m_volumeRead;
     if (report.state != VolumeReport::State::Reading) {
         m_face.volumeDetailsChanged(report);
         return;
@@ -36,13 +41,16 @@ void TapeEngine::refreshVolumeDetails()
             .arg(volumeReadTimeoutMs / 1000.0);
     // A file system that hangs holds its reader in the kernel, where nothing
     // can end it; one such reader is enough.
-    if (m_volumeReadHangs->load()) {
+    if (inFlight) {
         report.state = VolumeReport::State::TimedOut;
-        report.problem = QStringLiteral("An earlier read of the volume has still not returned. ") + waited;
+        report.problem =
+            QStringLiteral("An earlier read of %1 has still not returned. ").arg(m_volumeReadPoint) + waited;
         m_face.volumeDetailsChanged(report);
         return;
     }
     m_face.volumeDetailsChanged(report);
+    m_volumeReadPoint = report.mountPoint;
+    m_volumeReadTimedOut = false;
     // Detached, not a background part: a reader stuck in the kernel must
     // neither block the pool nor keep the engine from going away.
     m_volumeReadHangs->store(true);
@@ -72,6 +80,7 @@ void TapeEngine::refreshVolumeDetails()
         if (read != m_volumeRead)
             return;
         ++m_volumeRead; // its late answer changes nothing now
+        m_volumeReadTimedOut = true;
         report.state = VolumeReport::State::TimedOut;
         report.problem = waited;
         m_face.volumeDetailsChanged(report);

@@ -381,8 +381,8 @@ private Q_SLOTS:
             QVERIFY(clock.elapsed() >= 1500);
             QCOMPARE(view->valueOf(QStringLiteral("Capacity")), QStringLiteral("-"));
             QTest::mouseClick(view->refreshButton(), Qt::LeftButton);
-            QVERIFY(
-                view->stateText().startsWith(QStringLiteral("An earlier read of the volume has still not")));
+            QVERIFY(view->stateText().startsWith(
+                QStringLiteral("An earlier read of /tmp/ltfs/mnt/55 has still not")));
             return;
         }
         QTRY_COMPARE(view->stateText(), QStringLiteral("As LTFS reports them now."));
