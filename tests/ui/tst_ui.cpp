@@ -344,9 +344,7 @@ private Q_SLOTS:
         const QString opened = TestHome::path() + QStringLiteral("/opened");
         const QString bin = makeDir(hung ? QStringLiteral("opener-hung") : QStringLiteral("opener"));
         writeScript(bin, QStringLiteral("xdg-open"), QStringLiteral("printf '%s' \"$1\" > ") + opened);
-        const QByteArray path = qgetenv("PATH");
-        qputenv("PATH", bin.toUtf8() + ':' + path);
-        const auto restorePath = qScopeGuard([&] { qputenv("PATH", path); });
+        qputenv("PATH", bin.toUtf8() + ':' + qgetenv("PATH"));
 
         freshWorkflowCase();
         const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
