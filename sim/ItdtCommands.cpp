@@ -184,7 +184,10 @@ int load(ItdtCall &call)
         return code;
     call.ctx.out("Loading cartridge ...");
     call.ctx.wait(1.0);
-    changeDrive(call, [](DriveState &d) { d.loaded = d.cartridge.present; });
+    changeDrive(call, [](DriveState &d) {
+        d.cartridge.loads += d.cartridge.present && !d.loaded ? 1 : 0;
+        d.loaded = d.cartridge.present;
+    });
     call.ctx.out("Cartridge loaded.");
     return exitcode::Ok;
 }

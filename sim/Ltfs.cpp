@@ -144,6 +144,7 @@ int run(const Options &o, Context &ctx)
             refusal = "LTFS11006E Cannot load the medium: no medium present.";
         } else {
             needsLoad = !d->loaded;
+            d->cartridge.loads += needsLoad ? 1 : 0;
             d->loaded = true;
             blank = !d->cartridge.formatted;
             unclosed = !d->cartridge.consistent;
@@ -192,8 +193,10 @@ int run(const Options &o, Context &ctx)
         log("LTFS14123W The main function of FUSE returned error (1).");
         return 0;
     }
-    if (!ctx.isDry())
+    if (!ctx.isDry()) {
+        publishVolumeAttributes(point, drive);
         startLtfsDaemon(ctx.store(), point, o.device);
+    }
     return 0;
 }
 

@@ -186,6 +186,8 @@ int run(const Options &o, Context &ctx)
         d->cartridge.consistent = true;
         d->cartridge.barcode = o.serial;
         d->cartridge.volume = o.volume;
+        d->cartridge.formattedAt = isoTimeNow();
+        d->cartridge.usedMb = 0;
     });
     // The real tool prints this after a load, yet still succeeds; TapeDesk must
     // not take an E line alone for failure.

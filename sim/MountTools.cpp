@@ -98,6 +98,7 @@ int umountRun(const UmountCall &c, Context &ctx)
             if (!m)
                 return;
             simulated = true;
+            withdrawVolumeAttributes(point);
             if (processAlive(m->daemonPid)) {
                 m->listed = false;
                 m->releaseAtMs = nowMs() + lingerMs;

@@ -55,6 +55,14 @@ void setDriveField(DriveState &d, const std::string &key, const std::string &val
         d.cartridge.writeProtected = yes(value);
     else if (key == "consistent")
         d.cartridge.consistent = yes(value);
+    else if (key == "formatted-at")
+        d.cartridge.formattedAt = value;
+    else if (key == "loads")
+        d.cartridge.loads = std::atoll(value.c_str());
+    else if (key == "used-mb")
+        d.cartridge.usedMb = std::atoll(value.c_str());
+    else if (key == "tape-alert")
+        d.tapeAlert = value;
 }
 
 void setMountField(MountState &m, const std::string &key, const std::string &value)
@@ -78,9 +86,14 @@ void setMountField(MountState &m, const std::string &key, const std::string &val
 DriveState drive(const char *id, const char *model, const char *firmware, const char *serial, int target,
                  Cartridge cartridge)
 {
-    DriveState d{
-        id,       model, firmware, serial, "H1-B0-T" + std::to_string(target) + "-L0", cartridge.present,
-        cartridge};
+    DriveState d;
+    d.id = id;
+    d.model = model;
+    d.firmware = firmware;
+    d.serial = serial;
+    d.address = "H1-B0-T" + std::to_string(target) + "-L0";
+    d.loaded = cartridge.present;
+    d.cartridge = std::move(cartridge);
     return d;
 }
 
@@ -147,12 +160,14 @@ std::string State::serialize() const
         out << "\n[drive]\n"
             << "id = " << d.id << "\nmodel = " << d.model << "\nfirmware = " << d.firmware
             << "\nserial = " << d.serial << "\naddress = " << d.address << "\nloaded = " << yesNo(d.loaded)
-            << "\ncartridge = " << yesNo(d.cartridge.present) << "\n";
+            << "\ntape-alert = " << d.tapeAlert << "\ncartridge = " << yesNo(d.cartridge.present) << "\n";
         if (d.cartridge.present) {
             out << "barcode = " << d.cartridge.barcode << "\nformatted = " << yesNo(d.cartridge.formatted)
                 << "\nvolume = " << d.cartridge.volume
                 << "\nwrite-protected = " << yesNo(d.cartridge.writeProtected)
-                << "\nconsistent = " << yesNo(d.cartridge.consistent) << "\n";
+                << "\nconsistent = " << yesNo(d.cartridge.consistent)
+                << "\nformatted-at = " << d.cartridge.formattedAt << "\nloads = " << d.cartridge.loads
+                << "\nused-mb = " << d.cartridge.usedMb << "\n";
         }
     }
     for (const MountState &m : mounts) {

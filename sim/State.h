@@ -16,6 +16,12 @@ struct Cartridge
     // False once an ltfs daemon died with the volume mounted: its last index
     // was never written, and ltfs refuses it until ltfsck has run.
     bool consistent = true;
+    // What the mounted volume publishes as user.ltfs.* attributes: when it
+    // was formatted (empty: not reported), how often it was loaded, and the
+    // megabytes written to it.
+    std::string formattedAt{};
+    long long loads = 0;
+    long long usedMb = 0;
 };
 
 struct DriveState
@@ -26,6 +32,7 @@ struct DriveState
     std::string serial;   // ten digits
     std::string address;  // "H1-B0-T0-L0"
     bool loaded = false;
+    std::string tapeAlert = "0x0000000000000000"; // the drive's TapeAlert flags, as LTFS shows them
     Cartridge cartridge;
 };
 

@@ -33,6 +33,14 @@ Tool ltfsckTool(const Args &args);
 // Leaves the daemon of a mount at `point` of `device` running in the background.
 void startLtfsDaemon(StateStore &store, const std::string &point, const std::string &device);
 
+// The user.ltfs.* attributes a real mount publishes on its root, set on the
+// mount point where its file system takes user extended attributes (quietly
+// nothing elsewhere), and taken off when the mount table lets go of it.
+void publishVolumeAttributes(const std::string &point, const DriveState &drive);
+void withdrawVolumeAttributes(const std::string &point);
+// "2026-11-23T11:39:48.393093672Z", as LTFS writes a format time.
+std::string isoTimeNow();
+
 // Replaces this process with the system's own `name` from /usr/bin or /bin,
 // never through PATH, which may lead back to the simulator.
 [[noreturn]] void execSystemTool(const std::string &name, const Args &args);

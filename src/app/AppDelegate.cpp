@@ -15,6 +15,7 @@
 #include <QIcon>
 #include <QMenu>
 #include <QMenuBar>
+#include <QTabWidget>
 
 namespace tapedesk {
 
@@ -54,6 +55,16 @@ AppDelegate::AppDelegate(QObject *parent) : QObject(parent)
                          QKeySequence(Qt::Key_F1), QStringLiteral("Open the TapeDesk manual"));
     actionLicence = command(this, QStringLiteral("actionLicence"), QStringLiteral("&Licence Agreement"),
                             QKeySequence(), QStringLiteral("Show the licence agreement"));
+    actionWhyNoDrive =
+        command(this, QStringLiteral("actionWhyNoDrive"), QStringLiteral("Why Is My &Drive Missing?"),
+                QKeySequence(), QStringLiteral("Check what keeps a drive from being listed"));
+    connect(actionWhyNoDrive, &QAction::triggered, this, [this] {
+        if (!m_mainWindow)
+            return;
+        // The findings go to the transcript, which may be behind another tab.
+        m_mainWindow->ui.paneTabs->setCurrentIndex(0);
+        m_mainWindow->engine.explainMissingDrive();
+    });
     connect(actionPreferences, &QAction::triggered, this, [this] { showPreferences(actionPreferences); });
     connect(actionAccount, &QAction::triggered, this, [this] { showAccount(actionAccount); });
     connect(actionHelp, &QAction::triggered, this, [this] { showHelp(actionHelp); });
@@ -155,6 +166,7 @@ void AppDelegate::installMenus(QMenuBar *bar)
     help->setObjectName(QStringLiteral("menuHelp"));
     help->setAccessibleName(QStringLiteral("Help menu"));
     help->addAction(actionHelp);
+    help->addAction(actionWhyNoDrive);
     help->addAction(actionLicence);
 }
 

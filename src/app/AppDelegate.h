@@ -51,6 +51,8 @@ public:
     QAction *actionAccount = nullptr;
     QAction *actionHelp = nullptr;
     QAction *actionLicence = nullptr;
+    // Says in the main window's pane why no drive may be listed.
+    QAction *actionWhyNoDrive = nullptr;
     QAction *actionQuit = nullptr;
 
 private:

@@ -32,6 +32,8 @@ public:
     void progressEnded() override {}
     void drivesChanged(const QList<DrivePtr> &list, const DrivePtr &) override { drives = list; }
     void toolOutput(QByteArrayView chunk) override;
+    // No subcommand shows a volume's details yet.
+    void volumeDetailsChanged(const VolumeReport &) override {}
 
 private:
     QHash<Action, int> m_status;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "drives/Drive.h"
+#include "operations/VolumeDetails.h"
 
 #include <QByteArrayView>
 #include <QList>
@@ -48,6 +49,9 @@ public:
     // The drive list was rebuilt or a drive's state changed; `selected` is
     // the drive the actions act on, when it is among `drives`.
     virtual void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) = 0;
+    // What is known of the selected drive's volume: being read, read, not
+    // mounted, or why it could not be read.
+    virtual void volumeDetailsChanged(const VolumeReport &report) = 0;
     // A tool's output as it arrives, before the run is judged.
     virtual void toolOutput(QByteArrayView chunk) { (void)chunk; }
     // A tool runs on the GUI thread's turn (`held` true) or no longer (false;

@@ -249,6 +249,8 @@ void TapeEngine::refreshDriveTable()
 void TapeEngine::setMountLabel(const QString &text)
 {
     m_face.setMountCaption(text);
+    // The caption follows the selected drive's mounted state, and so do its details.
+    refreshVolumeDetails();
 }
 
 void TapeEngine::post(std::function<void()> f)

@@ -3,6 +3,7 @@
 #include "drives/Drive.h"
 #include "operations/DriveLock.h"
 #include "operations/Face.h"
+#include "operations/MissingDrive.h"
 #include "operations/MountCheck.h"
 #include "support/Support.h"
 #include "tools/ProcessRunner.h"
@@ -97,6 +98,17 @@ public:
     bool isStopping() const { return m_stopped.load(); }
     // Hands each tool's output to the face as it arrives (Face::toolOutput).
     void setLiveOutput(bool on) { m_liveOutput = on; }
+
+    // Volume details (volume.cpp): reads the selected drive's mounted volume
+    // off the GUI thread and hands it to the face; a read that has not
+    // answered after volumeReadTimeoutMs is reported as timed out, and no
+    // second read of it starts while it hangs.
+    void refreshVolumeDetails();
+    int volumeReadTimeoutMs = 5000;
+    // Says in the pane, one finding a line, why a scan may list no drive
+    // (volume.cpp). Reads the host under `hostRoots`.
+    void explainMissingDrive();
+    HostRoots hostRoots;
 
     // Command runners
     QString shell(const QString &launchPath, const QStringList &arguments);
@@ -267,9 +279,20 @@ private:
     void askRecover(const DrivePtr &drive);
     void recoverVolume(const DrivePtr &drive);
     void recoverInBackground(const DrivePtr &drive, const QString &ltfsck);
+    // The missing-drive findings in the pane, on the calling thread.
+    void reportMissingDrive();
     // Runs a tool whose exit status is its verdict, its output live where
     // live output is on.
     ProcessResult runForExitStatus(const QString &program, const QStringList &arguments);
+
+    // The volume read a face is waiting for: a later refresh or the time-out
+    // makes an older answer stale. The guard tells a detached reader's late
+    // answer whether the engine is still there.
+    quint64 m_volumeRead = 0;
+    QString m_volumeReadPoint; // of the reader started last
+    bool m_volumeReadTimedOut = false;
+    std::shared_ptr<std::atomic<bool>> m_volumeReadHangs = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<int> m_volumeReadGuard = std::make_shared<int>(0);
 
     Face &m_face;
     bool m_busy = false;

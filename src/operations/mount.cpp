@@ -170,6 +170,7 @@ void TapeEngine::mountInBackground(const DrivePtr &drive)
             break;
         }
     }
+    postToMain([this] { refreshVolumeDetails(); });
     changeButtonStatus(Action::Mount, 0, true);
 }
 

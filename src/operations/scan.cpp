@@ -34,6 +34,7 @@ void TapeEngine::scanForDrives()
         if (report.isEmpty()) {
             lastStatusFeedBack.set(QString());
             showResults(false, QStringLiteral("Scan Failed - make sure your preferences are set correctly"));
+            reportMissingDrive();
             endProgress();
             return;
         }
@@ -48,6 +49,8 @@ void TapeEngine::scanForDrives()
         refreshDriveTable();
         changeButtonStatus(Action::Scan, 0, true);
         showResults(false, QStringLiteral("Scan Complete"));
+        if (driveList.snapshot().isEmpty())
+            reportMissingDrive();
         endProgress();
     });
 }

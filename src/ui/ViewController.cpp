@@ -6,6 +6,7 @@
 #include "ui/DriveCell.h"
 #include "ui/DriveTableModel.h"
 #include "ui/StatusImages.h"
+#include "ui/VolumeDetailsView.h"
 #include "ui/WidgetDialogs.h"
 
 #include <QApplication>
@@ -208,6 +209,7 @@ void ViewController::buildLayout()
     ui.paneTabs->setAccessibleName(QStringLiteral("Views"));
     ui.paneTabs->setDocumentMode(true);
     ui.paneTabs->addTab(ui.rightScrollView, QStringLiteral("Transcript"));
+    ui.paneTabs->addTab(m_volumeView = new VolumeDetailsView(engine, ui.paneTabs), QStringLiteral("Volume"));
     right->addWidget(ui.paneTabs, 1);
 
     outer->addLayout(right, 1);
@@ -470,6 +472,11 @@ void ViewController::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr
         const QSignalBlocker quiet(ui.tableView->selectionModel());
         ui.tableView->selectRow(static_cast<int>(row));
     }
+}
+
+void ViewController::volumeDetailsChanged(const VolumeReport &report)
+{
+    m_volumeView->showReport(report);
 }
 
 } // namespace tapedesk

@@ -19,6 +19,7 @@ class QTableView;
 namespace tapedesk {
 
 class DriveTableModel;
+class VolumeDetailsView;
 
 // The main window: one face of the tape engine. It holds the widgets, turns
 // clicks and the drive choice into the engine's actions, and shows what the
@@ -87,6 +88,8 @@ public:
     void progressEnded() override;
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
     bool holdInputButStop(bool held) override;
+    void volumeDetailsChanged(const VolumeReport &report) override;
+    VolumeDetailsView *volumeView() const { return m_volumeView; }
 
 Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
@@ -105,6 +108,7 @@ private:
     void enableActions(bool enabled);
 
     DriveTableModel *m_model = nullptr;
+    VolumeDetailsView *m_volumeView = nullptr;
     int m_inputHolds = 0;
 };
 

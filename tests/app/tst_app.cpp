@@ -16,7 +16,9 @@
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
+#include "ui/DriveTableModel.h"
 #include "ui/ViewController.h"
+#include "ui/VolumeDetailsView.h"
 
 #include <QLabel>
 #include <QMenuBar>
@@ -279,6 +281,46 @@ private Q_SLOTS:
         qputenv("PATH", path);
         const QImage small = shot.scaledToWidth(820, Qt::SmoothTransformation).toImage();
         QVERIFY(small.save(dir + QStringLiteral("/first-start.png"), nullptr, 0));
+
+        // A tape mounted through the simulator, its details in the Volume tab:
+        // a cartridge a quarter full whose drive asks for cleaning.
+        resetSimulator();
+        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
+        QVERIFY(state.open(QIODevice::WriteOnly));
+        state.write("[drive]\nid = tape56\nmodel = ULTRIUM-HH9\nserial = 1013000156\naddress = H1-B0-T6-L0\n"
+                    "cartridge = yes\nbarcode = TD0056\nformatted = yes\nvolume = PROJ56\n"
+                    "formatted-at = 2026-03-02T09:14:05.120000000Z\nloads = 41\nused-mb = 4100000\n"
+                    "tape-alert = 0x0000000000100000\n");
+        state.close();
+        useSimulator();
+        QVERIFY(QDir().mkpath(QStringLiteral("/tmp/ltfs/mnt/56")));
+        QCOMPARE(QProcess::execute(simBinDir() + QStringLiteral("/ltfs"),
+                                   {QStringLiteral("/tmp/ltfs/mnt/56"), QStringLiteral("-o"),
+                                    QStringLiteral("devname=56")}),
+                 0);
+        DriveRecord mounted;
+        mounted.id = QStringLiteral("tape56");
+        mounted.name = QStringLiteral("56");
+        mounted.serialNumber = QStringLiteral("1013000156");
+        mounted.mounted = true;
+        DriveStateStore::saveDriveInfo(*makeDrive(mounted));
+        ViewController tape;
+        tape.viewDidLoad({QStringLiteral("tapedesk")});
+        tape.show();
+        QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
+        // The record TapeDesk kept of its mount: the card that reads mounted.
+        const QList<DrivePtr> cards = tape.driveModel()->drives();
+        const auto card = std::find_if(cards.begin(), cards.end(), [](const DrivePtr &d) {
+            return d->mounted() && d->id() == QStringLiteral("tape56");
+        });
+        QVERIFY(card != cards.end());
+        tape.ui.tableView->selectRow(static_cast<int>(card - cards.begin()));
+        tape.ui.paneTabs->setCurrentWidget(tape.volumeView());
+        QVERIFY2(
+            waitUntil([&] { return tape.volumeView()->stateText().startsWith(QStringLiteral("As LTFS")); }),
+            qPrintable(tape.volumeView()->stateText() + paneText(tape)));
+        shoot(&tape, 300, "/volume-details.png");
+        resetSimulator();
     }
 };
 

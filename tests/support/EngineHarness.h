@@ -25,6 +25,7 @@ public:
     QHash<Action, int> status;
     QList<DrivePtr> listed;
     QByteArray toolBytes; // what toolOutput() received
+    QList<VolumeReport> volumeReports;
     bool busy = false;
 
     void clearPane() override { pane.clear(); }
@@ -35,6 +36,7 @@ public:
     void progressEnded() override;
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
     void toolOutput(QByteArrayView chunk) override { toolBytes += chunk.toByteArray(); }
+    void volumeDetailsChanged(const VolumeReport &report) override { volumeReports << report; }
     // The pane's lines without the empty first one each message starts with.
     QStringList paneLines() const;
 };

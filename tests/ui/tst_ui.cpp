@@ -20,8 +20,10 @@
 #include "ui/AuthenticateViewController.h"
 #include "ui/DriveTableModel.h"
 #include "ui/ViewController.h"
+#include "ui/VolumeDetailsView.h"
 
 #include <QAccessible>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFileSystemModel>
 #include <QLabel>
@@ -31,6 +33,11 @@
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
+#include <QUrl>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -329,6 +336,85 @@ private Q_SLOTS:
         QTRY_COMPARE(cardColour(vc, 9996), QColor(Qt::yellow)); // 9996 % 7 == 0
         QCOMPARE(cardColour(vc, 9999), QColor(Qt::lightGray));
         QVERIFY(viewport->findChildren<QWidget *>().size() < 5);
+    }
+
+    // The Volume tab of a drive remembered as mounted. Open Volume hands the
+    // mount point to the desktop's opener (a fake xdg-open first on PATH). A
+    // read that hangs (a FIFO blocks its open as a hung FUSE mount does)
+    // times out while the window keeps turning, and starts no second reader.
+    void volumeTab_data()
+    {
+        QTest::addColumn<bool>("hung");
+        QTest::newRow("Open Volume") << false;
+        QTest::newRow("a hung read times out, the window goes on") << true;
+    }
+
+    void volumeTab()
+    {
+        QFETCH(bool, hung);
+        const QByteArray point("/tmp/ltfs/mnt/55");
+        QDir(QString::fromLatin1(point)).removeRecursively();
+        QFile::remove(QString::fromLatin1(point));
+        if (hung) {
+            QCOMPARE(::mkfifo(point.constData(), 0600), 0);
+        } else {
+            QVERIFY(QDir().mkpath(QString::fromLatin1(point)));
+        }
+        const auto release = qScopeGuard([&] {
+            // Lets a reader out of its open, so no thread outlives the case.
+            if (const int fd = ::open(point.constData(), O_WRONLY | O_NONBLOCK); fd >= 0)
+                ::close(fd);
+            QFile::remove(QString::fromLatin1(point));
+        });
+        const QString opened = TestHome::path() + QStringLiteral("/opened");
+        const QString bin = makeDir(hung ? QStringLiteral("opener-hung") : QStringLiteral("opener"));
+        writeScript(bin, QStringLiteral("xdg-open"), QStringLiteral("printf '%s' \"$1\" > ") + opened);
+        qputenv("PATH", bin.toUtf8() + ':' + qgetenv("PATH"));
+
+        freshWorkflowCase();
+        const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
+        remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
+        DriveStateStore::saveDriveInfo(*remembered);
+        ViewController vc;
+        vc.engine.volumeReadTimeoutMs = 1500;
+        vc.viewDidLoad({QStringLiteral("tapedesk")});
+        vc.show();
+        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
+        VolumeDetailsView *view = vc.volumeView();
+        vc.ui.paneTabs->setCurrentWidget(view);
+        const auto click = [&](int row) {
+            QTest::mouseClick(vc.ui.tableView->viewport(), Qt::LeftButton, {},
+                              vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
+        };
+        QElapsedTimer clock;
+        qint64 longestGap = 0;
+        qint64 last = 0;
+        QTimer ticker;
+        QObject::connect(&ticker, &QTimer::timeout, [&] {
+            longestGap = std::max(longestGap, clock.elapsed() - last);
+            last = clock.elapsed();
+        });
+        clock.start();
+        ticker.start(20);
+        click(5);
+        if (hung) {
+            QVERIFY(
+                waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
+            QVERIFY2(longestGap < 300, qPrintable(QString::number(longestGap)));
+            QVERIFY(clock.elapsed() >= 1500);
+            QCOMPARE(view->valueOf(QStringLiteral("Capacity")), QStringLiteral("-"));
+            QTest::mouseClick(view->refreshButton(), Qt::LeftButton);
+            QVERIFY(view->stateText().startsWith(
+                QStringLiteral("An earlier read of /tmp/ltfs/mnt/55 has still not")));
+            return;
+        }
+        QTRY_COMPARE(view->stateText(), QStringLiteral("As LTFS reports them now."));
+        // A plain folder publishes nothing, and statvfs alone names no volume.
+        QCOMPARE(view->valueOf(QStringLiteral("Volume name")), QStringLiteral("not reported"));
+        QTest::mouseClick(view->openButton(), Qt::LeftButton);
+        QTRY_COMPARE(readFile(opened), QUrl::fromLocalFile(QString::fromLatin1(point)).toEncoded());
+        click(0);
+        QTRY_VERIFY(!view->openButton()->isEnabled());
     }
 
     // What a screen reader gets of a Test run: the alert's title, name and

@@ -1,0 +1,102 @@
+// What a mounted volume tells about itself. The real ltfs answers these from
+// its index and the drive's cartridge memory; here they come from the state.
+#include "Tool.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <iterator>
+#include <sys/xattr.h>
+
+namespace tapesim {
+
+namespace {
+
+// Binary megabytes, as LTFS counts its partition sizes.
+constexpr long long kMegabyte = 1024LL * 1024;
+
+// The data partition of each generation's cartridge: what is left of its
+// native size after the index partition and the guard wraps.
+long long capacityMb(const std::string &model)
+{
+    const long long nativeBytes = model.find('9') != std::string::npos   ? 18'000'000'000'000LL
+                                  : model.find('8') != std::string::npos ? 12'000'000'000'000LL
+                                                                         : 3'000'000'000LL;
+    return nativeBytes / 100 * 97 / kMegabyte;
+}
+
+// A stable UUID per cartridge and format, as the one mkltfs wrote.
+std::string uuidOf(const DriveState &d)
+{
+    unsigned long long h = 14695981039346656037ULL; // FNV-1a
+    for (const char c : d.serial + d.cartridge.barcode + d.cartridge.volume + d.cartridge.formattedAt)
+        h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+    const unsigned long long g = h * 6364136223846793005ULL + 1442695040888963407ULL;
+    char text[40];
+    std::snprintf(text, sizeof text, "%08llx-%04llx-4%03llx-a%03llx-%012llx", h >> 32, (h >> 16) & 0xffff,
+                  h & 0xfff, (g >> 52) & 0xfff, g & 0xffffffffffffULL);
+    return text;
+}
+
+const char *const kNames[] = {"volumeName",
+                              "mamBarcode",
+                              "volumeUUID",
+                              "volumeFormatTime",
+                              "indexGeneration",
+                              "indexLocation",
+                              "mediaDataPartitionTotalCapacity",
+                              "mediaDataPartitionAvailableSpace",
+                              "mediaLoads",
+                              "mediaEfficiency",
+                              "mediaBeginningMediumPasses",
+                              "mediaStorageAlert"};
+
+} // namespace
+
+void publishVolumeAttributes(const std::string &point, const DriveState &drive)
+{
+    const Cartridge &c = drive.cartridge;
+    std::string barcode = c.barcode;
+    barcode.resize(32, ' ');
+    const long long total = capacityMb(drive.model);
+    const std::string values[] = {c.volume.empty() ? c.barcode : c.volume,
+                                  barcode,
+                                  uuidOf(drive),
+                                  c.formattedAt,
+                                  "1",
+                                  "a:5",
+                                  std::to_string(total),
+                                  std::to_string(std::max(0LL, total - 3 - c.usedMb)),
+                                  std::to_string(c.loads > 0 ? c.loads : -1),
+                                  "-1",
+                                  "-1",
+                                  drive.tapeAlert};
+    for (size_t i = 0; i < std::size(kNames); ++i) {
+        // Absent, as the real backend leaves what it cannot supply.
+        if (values[i].empty())
+            continue;
+        const std::string key = std::string("user.ltfs.") + kNames[i];
+        if (::setxattr(point.c_str(), key.c_str(), values[i].data(), values[i].size(), 0) != 0)
+            return; // this file system takes no user attributes
+    }
+}
+
+void withdrawVolumeAttributes(const std::string &point)
+{
+    for (const char *name : kNames)
+        ::removexattr(point.c_str(), (std::string("user.ltfs.") + name).c_str());
+}
+
+std::string isoTimeNow()
+{
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    tm utc{};
+    ::gmtime_r(&now.tv_sec, &utc);
+    char text[48];
+    const size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
+    std::snprintf(text + n, sizeof text - n, ".%09ldZ", now.tv_nsec);
+    return text;
+}
+
+} // namespace tapesim

@@ -1,0 +1,218 @@
+// ctest-timeout: 40
+// What the operator learns of a mounted tape, read from the attributes LTFS
+// publishes, and why no drive is listed, against fake device folders and the
+// simulator.
+
+#include "operations/MissingDrive.h"
+#include "operations/VolumeDetails.h"
+#include "support/EngineHarness.h"
+#include "support/TestEnv.h"
+#include "tools/ToolPaths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+#include <cerrno>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+using namespace tapedesk;
+using namespace tapedesk::test;
+
+namespace {
+
+// "Label=value" for each labelled row.
+QStringList rowsOf(const VolumeDetails &details)
+{
+    QStringList rows;
+    for (const auto &[label, value] : volumeDetailRows(details))
+        rows << label + QLatin1Char('=') + value;
+    return rows;
+}
+
+void writeFile(const QString &path, const QByteArray &content, mode_t mode = 0600)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(content) == content.size());
+    f.close();
+    QCOMPARE(::chmod(path.toLocal8Bit().constData(), mode), 0);
+}
+
+} // namespace
+
+class EngineVolumeTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Each column "|"-separated: the attributes as name=value, and the rows shown.
+    void attributes_data()
+    {
+        QTest::addColumn<QString>("attributes");
+        QTest::addColumn<qint64>("statvfsTotal"); // -1: statvfs failed
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("a real run on a 3 GB virtual cartridge")
+            << "volumeName=QA9999|mamBarcode=QA9999                          |indexGeneration=1|"
+               "volumeFormatTime=2026-11-23T11:39:48.393093672Z|mediaDataPartitionTotalCapacity=2842|"
+               "mediaDataPartitionAvailableSpace=2839|mediaLoads=-1|mediaStorageAlert=0x0000000000000000"
+            << qint64(-1)
+            << "Barcode=QA9999|Formatted=2026-11-23 11:39:48 UTC|Index generation=1|Capacity=3.0 GB|"
+               "Used=0.0 GB|Free=3.0 GB|Media loads=not reported|Alerts=none (0x0000000000000000)";
+        QTest::newRow("absent and -1 are not reported, even with statvfs failing")
+            << "indexGeneration=-1|mediaStorageAlert=-1|volumeName=" << qint64(-1)
+            << "Volume name=not reported|UUID=not reported|Formatted=not reported|Index generation=not "
+               "reported|Capacity=not reported|Used=not reported|Alerts=not reported";
+        QTest::newRow("garbage is not reported; the size falls back on statvfs")
+            << "volumeFormatTime=yesterday|mediaLoads=12abc|mediaStorageAlert=banana|"
+               "mediaDataPartitionTotalCapacity=99999999999999999999"
+            << qint64(2'500'000'000'000)
+            << "Formatted=not reported|Media loads=not reported|Alerts=not reported|Capacity=2.5 TB|"
+               "Used=500.0 GB|Free=2.0 TB";
+        QTest::newRow("cleaning and media flags decoded, raw value kept")
+            << "mediaLoads=37|mediaStorageAlert=0x0000000000080008|mediaDataPartitionTotalCapacity=11444224|"
+               "mediaDataPartitionAvailableSpace=0"
+            << qint64(-1)
+            << "Media loads=37|Capacity=12.0 TB|Free=0.0 GB|Alerts=media error: the tape may be damaged, "
+               "copy "
+               "its data off; cleaning required now (0x0000000000080008)";
+    }
+
+    void attributes()
+    {
+        QFETCH(QString, attributes);
+        QFETCH(qint64, statvfsTotal);
+        QFETCH(QString, expected);
+        VolumeAttributes read;
+        for (const QString &a : attributes.split('|'))
+            read.insert(a.section('=', 0, 0), a.section('=', 1).toUtf8());
+        std::optional<FileSystemSize> size;
+        if (statvfsTotal >= 0)
+            size = FileSystemSize{statvfsTotal, statvfsTotal / 5 * 4};
+        const QStringList rows = rowsOf(volumeDetailsFrom(read, size));
+        for (const QString &row : expected.split('|')) {
+            QVERIFY2(rows.contains(row), qPrintable(row + QStringLiteral("\n in ") + rows.join('\n')));
+        }
+    }
+
+    // Mounted through the simulator, the tab shows the cartridge's state; after
+    // the unmount, nothing is left to show and the attributes are gone.
+    void simulatedMount()
+    {
+        const QString point = QStringLiteral("/tmp/ltfs/mnt/54");
+        QVERIFY(QDir().mkpath(point));
+        if (::setxattr(point.toLocal8Bit().constData(), "user.tapedesk.probe", "1", 1, 0) != 0)
+            QSKIP(qPrintable(QStringLiteral("/tmp takes no user extended attributes: ") +
+                             QString::fromLocal8Bit(std::strerror(errno))));
+        ::removexattr(point.toLocal8Bit().constData(), "user.tapedesk.probe");
+        resetSimulator();
+        writeFile(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"),
+                  "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
+                  "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
+                  "tape-alert = 0x0000000000080000\n");
+        useSimulator();
+        QStringList asked;
+        answerWith({QStringLiteral("0")}, &asked);
+        RecordingFace face;
+        TapeEngine engine(face);
+        QVERIFY(scanAndSelect(engine, face, QStringLiteral("tape54")));
+        QVERIFY(performToEnd(engine, Action::Mount));
+        QTRY_VERIFY2(!face.volumeReports.isEmpty() &&
+                         face.volumeReports.last().state == VolumeReport::State::Read,
+                     qPrintable(face.pane));
+        const QStringList rows = rowsOf(face.volumeReports.last().details);
+        for (const QString &row :
+             QStringLiteral("Volume name=VOL054|Barcode=TD0054|Formatted=not reported|Media "
+                            "loads=5|Capacity=11.6 TB|Used=1.0 TB|Alerts=cleaning "
+                            "required now (0x0000000000080000)")
+                 .split('|')) {
+            QVERIFY2(rows.contains(row), qPrintable(rows.join('\n')));
+        }
+
+        answerWith({}, &asked);
+        QVERIFY(performToEnd(engine, Action::Mount));
+        QCOMPARE(face.volumeReports.last().state, VolumeReport::State::NotMounted);
+        QCOMPARE(::getxattr(point.toLocal8Bit().constData(), "user.ltfs.volumeName", nullptr, 0), -1);
+        resetSimulator();
+    }
+
+    void missingDrive_data()
+    {
+        QTest::addColumn<QStringList>("nodes"); // in the device folder; a leading "!" makes it 0660
+        QTest::addColumn<QByteArray>("modules");
+        QTest::addColumn<QList<uint>>("configuredGroups"); // the group database's for the user
+        QTest::addColumn<QStringList>("expected");         // each in one line, "$DEV" the device folder
+        const QByteArray both("st 94208 0 - Live 0x0\nsg 40960 0 - Live 0x0\n");
+        const QString notInGroup(
+            "Problem: $DEV/%1 is not readable and writable by operator (group root). operator "
+            "is not in group root. What to do: sudo usermod -aG root operator, then log out");
+        const QString modprobe("Problem: Kernel module %1 is not loaded. What to do: sudo modprobe %1 (");
+        QTest::newRow("no nodes, no modules")
+            << QStringList() << QByteArray("ext4 1 0 - Live 0x0\n") << QList<uint>{4242}
+            << QStringList{
+                   "Problem: No tape device node in $DEV (IBMtape*, nst*, sg*). What to do: Check the",
+                   modprobe.arg("st"), modprobe.arg("sg")};
+        QTest::newRow("nodes without permission, the user not in the group")
+            << QStringList{"!nst0", "!sg1"} << both << QList<uint>{4242}
+            << QStringList{notInGroup.arg("nst0"), notInGroup.arg("sg1")};
+        QTest::newRow("added to the group after the session began")
+            << QStringList{"!nst0"} << both << QList<uint>{0}
+            << QStringList{
+                   "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator was "
+                   "added to group root after this session began. What to do: Log out"};
+        QTest::newRow("module missing") << QStringList{"sg0"} << QByteArray("sg 40960 0 - Live 0x0\n")
+                                        << QList<uint>{4242} << QStringList{modprobe.arg("st")};
+        QTest::newRow("all fine") << QStringList{"nst0", "sg0", "IBMtape0"}
+                                  << both + "lin_tape 1 0 - Live 0x0\n"
+                                  << QList<uint>{4242}
+                                  << QStringList{"OK: Nothing on this host stands in the way"};
+    }
+
+    void missingDrive()
+    {
+        QFETCH(QStringList, nodes);
+        QFETCH(QByteArray, modules);
+        QFETCH(QList<uint>, configuredGroups);
+        QFETCH(QStringList, expected);
+        static int row = 0;
+        const HostRoots roots{makeDir(QStringLiteral("dev%1").arg(row)),
+                              makeDir(QStringLiteral("proc%1").arg(row))};
+        ++row;
+        for (QString node : nodes) {
+            writeFile(roots.devices + '/' + QString(node).remove('!'), {},
+                      node.startsWith('!') ? 0660 : 0666);
+        }
+        writeFile(roots.proc + QStringLiteral("/modules"), modules);
+        // An ordinary user, whatever runs the test: the nodes belong to it
+        // (owner and group) only when it is root.
+        const Identity who{4242, QStringLiteral("operator"), {4242}, configuredGroups};
+        const QString itdt = writeScript(makeDir(QStringLiteral("bin")), QStringLiteral("itdt"), {});
+        QStringList lines;
+        for (const Finding &f : missingDriveFindings(itdt, roots, who))
+            lines << f.line();
+        QCOMPARE(lines.first(), QStringLiteral("OK: itdt is set and executable: %1.").arg(itdt));
+        for (QString line : expected) {
+            line.replace(QStringLiteral("$DEV"), roots.devices);
+            QVERIFY2(!lines.filter(line).isEmpty(),
+                     qPrintable(line + QStringLiteral("\n in:\n") + lines.join('\n')));
+        }
+        // Each problem is one the row set up, nothing more.
+        const auto problems = [](const QStringList &l) {
+            return l.filter(QRegularExpression("^Problem: ")).size();
+        };
+        QCOMPARE(problems(lines), problems(expected));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    TestHome home;
+    // The format time is shown in local time.
+    qputenv("TZ", "UTC");
+    QCoreApplication app(argc, argv);
+    configureApplication(app);
+    EngineVolumeTest tc;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&tc, argc, argv);
+}
+
+#include "tst_engine_volume.moc"
