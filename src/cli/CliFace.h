@@ -31,7 +31,7 @@ public:
     void progressStarted() override {}
     void progressEnded() override {}
     void drivesChanged(const QList<DrivePtr> &list, const DrivePtr &) override { drives = list; }
-    void toolOutput(QByteArrayView chunk) override;
+    void toolOutput(OutputStream stream, QByteArrayView chunk) override;
 
 private:
     QHash<Action, int> m_status;

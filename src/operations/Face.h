@@ -1,10 +1,12 @@
 #pragma once
 
 #include "drives/Drive.h"
+#include "tools/ProcessRunner.h"
 
 #include <QByteArrayView>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace tapedesk {
 
@@ -48,8 +50,19 @@ public:
     // The drive list was rebuilt or a drive's state changed; `selected` is
     // the drive the actions act on, when it is among `drives`.
     virtual void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) = 0;
-    // A tool's output as it arrives, before the run is judged.
-    virtual void toolOutput(QByteArrayView chunk) { (void)chunk; }
+    // With live output on (TapeEngine::setLiveOutput): a tool is about to
+    // start, as it is run, and then its output as it arrives on each stream,
+    // before the run is judged.
+    virtual void toolStarted(const QString &program, const QStringList &arguments)
+    {
+        (void)program;
+        (void)arguments;
+    }
+    virtual void toolOutput(OutputStream stream, QByteArrayView chunk)
+    {
+        (void)stream;
+        (void)chunk;
+    }
     // A tool runs on the GUI thread's turn (`held` true) or no longer (false;
     // the calls nest). A face with controls answers true when it keeps every
     // user input but its Stop action from them meanwhile; the engine's wait

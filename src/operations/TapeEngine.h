@@ -3,11 +3,13 @@
 #include "drives/Drive.h"
 #include "operations/DriveLock.h"
 #include "operations/Face.h"
+#include "operations/Journal.h"
 #include "operations/MountCheck.h"
 #include "support/Support.h"
 #include "tools/ProcessRunner.h"
 #include "tools/Synchronized.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
@@ -23,6 +25,9 @@ namespace tapedesk {
 
 // The action as the operator knows it: "Mount", "Host Validation", ...
 QString actionName(Action action);
+
+// What an operation is called while it runs: "Formatting tape0", "Scanning".
+QString operationTitle(Action action, const QString &driveId, bool unmount = false);
 
 // The text of the last tool output, carried from one step to the next.
 extern Synchronized<QString> lastStatusFeedBack;
@@ -95,8 +100,30 @@ public:
     // True from an accepted stop() until the stopped operation's last part
     // has unwound (its tool gone); no other action starts meanwhile.
     bool isStopping() const { return m_stopped.load(); }
-    // Hands each tool's output to the face as it arrives (Face::toolOutput).
+    // Hands each tool's command line and output to the face as they arrive
+    // (Face::toolStarted, Face::toolOutput).
     void setLiveOutput(bool on) { m_liveOutput = on; }
+
+    // One operation as the operator and the journal know it.
+    struct OperationRecord
+    {
+        Action action = Action::Scan;
+        QString title; // "Formatting tape0"
+        QString drive; // empty for a scan
+        QDateTime started;
+        QElapsedTimer clock;
+        // The last verdict status of the button that judges the action: 0
+        // complete, 1 failed, -1 none.
+        int status = -1;
+        bool stopped = false;
+        bool ended = false;
+        // "Complete", "Failed", "Stopped" or "Ended" (no verdict given).
+        QString verdict() const;
+    };
+    // The operation under way, or the last one (GUI thread).
+    const OperationRecord &lastOperation() const { return m_record; }
+    // Every operation's record (operations/Journal.h).
+    Journal journal;
 
     // Command runners
     QString shell(const QString &launchPath, const QStringList &arguments);
@@ -267,6 +294,12 @@ private:
     void askRecover(const DrivePtr &drive);
     void recoverVolume(const DrivePtr &drive);
     void recoverInBackground(const DrivePtr &drive, const QString &ltfsck);
+    // Opens the record of an operation that starts, and closes it.
+    void openRecord(Action action);
+    void closeRecord();
+    // Names the tool to the face and the journal; the observer hands its
+    // output to both.
+    ChunkObserver announceTool(const QString &program, const QStringList &arguments);
     // Runs a tool whose exit status is its verdict, its output live where
     // live output is on.
     ProcessResult runForExitStatus(const QString &program, const QStringList &arguments);
@@ -315,6 +348,7 @@ private:
     // The drive Format was pressed on: the format goes on only while it is
     // still the selected drive.
     DrivePtr m_formatTarget;
+    OperationRecord m_record;
 };
 
 } // namespace tapedesk
