@@ -19,6 +19,7 @@ class QTableView;
 namespace tapedesk {
 
 class DriveTableModel;
+class OperationWatch;
 
 // The main window: one face of the tape engine. It holds the widgets, turns
 // clicks and the drive choice into the engine's actions, and shows what the
@@ -87,6 +88,11 @@ public:
     void progressEnded() override;
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
     bool holdInputButStop(bool held) override;
+    void toolStarted(const QString &program, const QStringList &arguments) override;
+    void toolOutput(OutputStream stream, QByteArrayView chunk) override;
+
+    // The live tool output, the operation's clock and its notification.
+    OperationWatch &watch() const { return *m_watch; }
 
 Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
@@ -105,6 +111,7 @@ private:
     void enableActions(bool enabled);
 
     DriveTableModel *m_model = nullptr;
+    OperationWatch *m_watch = nullptr;
     int m_inputHolds = 0;
 };
 
