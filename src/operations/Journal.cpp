@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-
 #include <algorithm>
 
 namespace tapedesk {
@@ -40,7 +39,8 @@ QString elapsedText(qint64 ms)
     const qint64 s = std::max<qint64>(ms, 0) / 1000;
     const auto two = [](qint64 n) { return QStringLiteral("%1").arg(n, 2, 10, QLatin1Char('0')); };
     if (s >= 3600)
-        return QString::number(s / 3600) + QLatin1Char(':') + two(s / 60 % 60) + QLatin1Char(':') + two(s % 60);
+        return QString::number(s / 3600) + QLatin1Char(':') + two(s / 60 % 60) + QLatin1Char(':') +
+               two(s % 60);
     return two(s / 60) + QLatin1Char(':') + two(s % 60);
 }
 
@@ -55,8 +55,8 @@ QString Journal::folder()
 void Journal::begin(const QString &title, const QDateTime &at)
 {
     const std::lock_guard lock(m_mutex);
-    const QString path = folder() + QLatin1Char('/') + at.toString(QStringLiteral("yyyy-MM-dd")) +
-                         QStringLiteral(".log");
+    const QString path =
+        folder() + QLatin1Char('/') + at.toString(QStringLiteral("yyyy-MM-dd")) + QStringLiteral(".log");
     if (m_file.fileName() != path || !m_file.isOpen()) {
         m_file.close();
         m_file.setFileName(path);
@@ -173,7 +173,8 @@ void Journal::flushPartialsLocked()
 void Journal::pruneLocked() const
 {
     // The day files' names sort by date, oldest first.
-    QFileInfoList days = QDir(folder()).entryInfoList({QStringLiteral("[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9].log")}, QDir::Files, QDir::Name);
+    QFileInfoList days = QDir(folder()).entryInfoList(
+        {QStringLiteral("[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9].log")}, QDir::Files, QDir::Name);
     qint64 total = 0;
     for (const QFileInfo &day : std::as_const(days))
         total += day.size();

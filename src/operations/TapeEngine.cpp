@@ -220,11 +220,44 @@ ChunkObserver TapeEngine::announceTool(const QString &program, const QStringList
     journal.toolStarted(program, arguments);
     if (!m_liveOutput)
         return [this](OutputStream stream, QByteArrayView chunk) { journal.toolOutput(stream, chunk); };
-    post([this, program, arguments] { m_face.toolStarted(program, arguments); });
+    queueLive(-1, {}, program, arguments);
     return [this](OutputStream stream, QByteArrayView chunk) {
         journal.toolOutput(stream, chunk);
-        post([this, stream, bytes = chunk.toByteArray()] { m_face.toolOutput(stream, bytes); });
+        queueLive(static_cast<int>(stream), chunk);
     };
+}
+
+void TapeEngine::queueLive(int kind, QByteArrayView bytes, const QString &program,
+                           const QStringList &arguments)
+{
+    {
+        const std::lock_guard lock(m_liveMutex);
+        if (kind >= 0 && !m_livePieces.isEmpty() && m_livePieces.last().kind == kind)
+            m_livePieces.last().bytes += bytes;
+        else
+            m_livePieces.append(LivePiece{kind, bytes.toByteArray(), program, arguments});
+        if (m_liveHandOverQueued)
+            return;
+        m_liveHandOverQueued = true;
+    }
+    // Never dropped, not even for a stopped operation: the flag must come down.
+    post([this] { handOverLive(); }, false);
+}
+
+void TapeEngine::handOverLive()
+{
+    QList<LivePiece> pieces;
+    {
+        const std::lock_guard lock(m_liveMutex);
+        pieces.swap(m_livePieces);
+        m_liveHandOverQueued = false;
+    }
+    for (const LivePiece &piece : std::as_const(pieces)) {
+        if (piece.kind < 0)
+            m_face.toolStarted(piece.program, piece.arguments);
+        else
+            m_face.toolOutput(static_cast<OutputStream>(piece.kind), piece.bytes);
+    }
 }
 
 void TapeEngine::start()

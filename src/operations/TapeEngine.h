@@ -300,6 +300,13 @@ private:
     // Names the tool to the face and the journal; the observer hands its
     // output to both.
     ChunkObserver announceTool(const QString &program, const QStringList &arguments);
+    // Queues a tool's start or output for the face. A tool may print far
+    // faster than the GUI thread takes posts, and a post per chunk then keeps
+    // it from ever turning; what arrives while one hand-over is on its way
+    // joins it instead.
+    void queueLive(int kind, QByteArrayView bytes, const QString &program = {},
+                   const QStringList &arguments = {});
+    void handOverLive();
     // Runs a tool whose exit status is its verdict, its output live where
     // live output is on.
     ProcessResult runForExitStatus(const QString &program, const QStringList &arguments);
@@ -349,6 +356,16 @@ private:
     // still the selected drive.
     DrivePtr m_formatTarget;
     OperationRecord m_record;
+    struct LivePiece
+    {
+        int kind; // -1 a tool's start, else an OutputStream
+        QByteArray bytes;
+        QString program;
+        QStringList arguments;
+    };
+    std::mutex m_liveMutex;
+    QList<LivePiece> m_livePieces;
+    bool m_liveHandOverQueued = false;
 };
 
 } // namespace tapedesk

@@ -44,7 +44,8 @@ QString commandShell()
 
 QString shellCommand(const QString &command, const ChunkObserver &observer, int *exitStatus)
 {
-    ProcessResult r = runProcess(commandShell(), {QStringLiteral("-c"), command}, StreamMode::Merged, observer);
+    ProcessResult r =
+        runProcess(commandShell(), {QStringLiteral("-c"), command}, StreamMode::Merged, observer);
     if (exitStatus)
         *exitStatus = r.exitStatus;
     return QString::fromUtf8(r.out);

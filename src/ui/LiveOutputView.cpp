@@ -57,6 +57,24 @@ void LiveOutputView::showToolStarted(const QString &program, const QStringList &
 void LiveOutputView::showOutput(OutputStream stream, QByteArrayView chunk)
 {
     const int i = stream == OutputStream::Stderr ? 1 : 0;
+    // Of a chunk with more lines than the view keeps, and of all that came
+    // before it, only its last kMaxLines lines could ever be seen; the rest is
+    // not worth decoding.
+    if (chunk.size() > kMaxLines * 8) {
+        qsizetype at = chunk.size();
+        int lines = 0;
+        while (lines <= kMaxLines && at > 0 && (at = chunk.first(at).lastIndexOf('\n')) >= 0)
+            ++lines;
+        if (lines > kMaxLines && at >= 0) {
+            chunk = chunk.sliced(at + 1);
+            for (QStringDecoder &decoder : m_decoders)
+                decoder.resetState();
+            m_pending.clear();
+            m_pendingLines = 0;
+            m_column = 0;
+            clear();
+        }
+    }
     add(i == 1 ? Kind::Err : Kind::Out, m_decoders[i].decode(chunk));
 }
 
@@ -77,26 +95,37 @@ void LiveOutputView::add(Kind kind, const QString &text)
     // kLongestPaneLine characters goes on in the next line.
     QString cut;
     cut.reserve(text.size() + text.size() / kLongestPaneLine + 1);
-    for (const QChar c : text) {
-        if (c == QLatin1Char('\n')) {
-            m_column = 0;
+    for (qsizetype from = 0; from < text.size();) {
+        const qsizetype newline = text.indexOf(QLatin1Char('\n'), from);
+        const qsizetype end = newline < 0 ? text.size() : newline;
+        while (end - from > kLongestPaneLine - m_column) {
+            qsizetype take = kLongestPaneLine - m_column;
+            // The high half of a pair goes to the next line with its low half.
+            if (take > 0 && text.at(from + take - 1).isHighSurrogate())
+                --take;
+            cut += QStringView(text).sliced(from, take);
+            cut += QLatin1Char('\n');
             ++m_pendingLines;
-        } else {
-            const qsizetype room = c.isHighSurrogate() ? kLongestPaneLine - 1 : kLongestPaneLine;
-            if (m_column >= room) {
-                cut += QLatin1Char('\n');
-                ++m_pendingLines;
-                m_column = 0;
-            }
-            ++m_column;
+            m_column = 0;
+            from += take;
         }
-        cut += c;
+        cut += QStringView(text).sliced(from, end - from);
+        m_column += end - from;
+        from = end;
+        if (newline >= 0) {
+            cut += QLatin1Char('\n');
+            ++m_pendingLines;
+            m_column = 0;
+            from = newline + 1;
+        }
     }
     if (!m_pending.isEmpty() && m_pending.last().kind == kind)
         m_pending.last().text += cut;
     else
         m_pending.append(Piece{kind, cut});
-    if (m_pendingLines > kMaxLines)
+    // Twice the kept lines before dropping, so a flood of small chunks does
+    // not walk the kept lines again for each one.
+    if (m_pendingLines > 2 * kMaxLines)
         dropUnseen();
     if (!m_flushTimer.isActive())
         m_flushTimer.start();

@@ -23,8 +23,8 @@ class LiveOutputView : public QPlainTextEdit
 {
 public:
     static constexpr int kMaxLines = 10000;
-    static constexpr int kFlushMs = 40;
-    static constexpr int kSliceLines = 1000;
+    static constexpr int kFlushMs = 25;
+    static constexpr int kSliceLines = 400;
 
     explicit LiveOutputView(QWidget *parent = nullptr);
 

@@ -98,7 +98,8 @@ void OperationWatch::operationEnded()
         return;
     m_notifier.notify(op.title + QStringLiteral(": ") + op.verdict(),
                       QStringLiteral("%1 on %2 ended after %3: %4")
-                          .arg(actionName(op.action), op.drive.isEmpty() ? QStringLiteral("no drive") : op.drive,
+                          .arg(actionName(op.action),
+                               op.drive.isEmpty() ? QStringLiteral("no drive") : op.drive,
                                elapsedText(op.clock.elapsed()), op.verdict()));
 }
 
@@ -122,8 +123,9 @@ void OperationWatch::askAndSaveTranscript()
     const TapeEngine::OperationRecord &op = m_engine.lastOperation();
     const QString name = QStringLiteral("TapeDesk %1 %2.log")
                              .arg(op.title, op.started.toString(QStringLiteral("yyyy-MM-dd HHmmss")));
-    const QString path = QFileDialog::getSaveFileName(m_window, QStringLiteral("Save Transcript"),
-                                                      QDir::home().filePath(name), QStringLiteral("Logs (*.log)"));
+    const QString path =
+        QFileDialog::getSaveFileName(m_window, QStringLiteral("Save Transcript"), QDir::home().filePath(name),
+                                     QStringLiteral("Logs (*.log)"));
     if (path.isEmpty())
         return;
     QString error;

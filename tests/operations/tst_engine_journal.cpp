@@ -12,7 +12,6 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
-
 #include <csignal>
 
 using namespace tapedesk;
@@ -52,12 +51,14 @@ private Q_SLOTS:
         const QString start = "==== [-0-9]{10} [:0-9]{8} start: Retrieving the log of tape44\n"
                               "tool: \\S+/itdt -R \\S+/output -LP \\S+/output -f tape44 dump\n";
         // The pane's first line may come before the tool's output or within it.
-        QTest::newRow("complete") << QByteArray() << start + "((out|pane): .*\n)+exit: status 0, code 0\n"
-                                                             "(pane: .*\n)+==== .* end: Retrieving the log of "
-                                                             "tape44 - Complete after 00:0\\d\n";
-        QTest::newRow("failed") << QByteArray("tape44:dump=3")
-                                << start + "((out|pane): .*\n)+out:  Exit with code: 3\nexit: status 3, code 3\n"
-                                           "(pane: .*\n)*pane: No drive dump .*\n==== .* - Failed after 00:0\\d\n";
+        QTest::newRow("complete") << QByteArray()
+                                  << start + "((out|pane): .*\n)+exit: status 0, code 0\n"
+                                             "(pane: .*\n)+==== .* end: Retrieving the log of "
+                                             "tape44 - Complete after 00:0\\d\n";
+        QTest::newRow("failed")
+            << QByteArray("tape44:dump=3")
+            << start + "((out|pane): .*\n)+out:  Exit with code: 3\nexit: status 3, code 3\n"
+                       "(pane: .*\n)*pane: No drive dump .*\n==== .* - Failed after 00:0\\d\n";
     }
 
     // The record Save Transcript keeps is the journal's last part, word for word.
@@ -86,11 +87,12 @@ private Q_SLOTS:
     void survivesKill()
     {
         const QString flag = TestHome::path() + QStringLiteral("/dump-may-end");
-        const QString itdt = writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
-                                         QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
-                                                        "echo 'dump begun'\necho 'still reading' >&2\n"
-                                                        "while [ ! -e '%2' ]; do sleep 0.05; done\n")
-                                             .arg(simBinDir(), flag));
+        const QString itdt =
+            writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
+                        QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
+                                       "echo 'dump begun'\necho 'still reading' >&2\n"
+                                       "while [ ! -e '%2' ]; do sleep 0.05; done\n")
+                            .arg(simBinDir(), flag));
         setPaths(itdt, simBinDir() + QStringLiteral("/ltfs"), simBinDir() + QStringLiteral("/mkltfs"),
                  makeDir(QStringLiteral("output")));
         QProcess cli;
@@ -103,8 +105,9 @@ private Q_SLOTS:
         QVERIFY(cli.waitForFinished());
         QFile(flag).open(QIODevice::WriteOnly);
         const QString day = QString::fromUtf8(readFile(todaysJournal()));
-        const QString pattern = "==== .* start: Retrieving the log of tape44\ntool: \\S+/itdt .*-f tape44 dump\n"
-                                "((out|pane): .*\n)*out:  dump begun\n((out|pane): .*\n)*err:  still reading\n";
+        const QString pattern =
+            "==== .* start: Retrieving the log of tape44\ntool: \\S+/itdt .*-f tape44 dump\n"
+            "((out|pane): .*\n)*out:  dump begun\n((out|pane): .*\n)*err:  still reading\n";
         QVERIFY2(QRegularExpression(pattern + "$").match(day).hasMatch(), qPrintable(day));
     }
 

@@ -26,16 +26,16 @@
 
 #include <QAccessible>
 #include <QDBusConnection>
-#include <QProcess>
-#include <QTextBlock>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QScopeGuard>
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTextBlock>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
@@ -184,8 +184,9 @@ void useTape44(const QString &itdt = {})
     QVERIFY(state.open(QIODevice::WriteOnly));
     state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
                 "barcode = TD0044\nformatted = yes\n");
-    setPaths(itdt.isEmpty() ? simBinDir() + QStringLiteral("/itdt") : itdt, simBinDir() + QStringLiteral("/ltfs"),
-             simBinDir() + QStringLiteral("/mkltfs"), makeDir(QStringLiteral("output")));
+    setPaths(itdt.isEmpty() ? simBinDir() + QStringLiteral("/itdt") : itdt,
+             simBinDir() + QStringLiteral("/ltfs"), simBinDir() + QStringLiteral("/mkltfs"),
+             makeDir(QStringLiteral("output")));
 }
 
 QTextCharFormat formatAt(const QTextDocument *document, const QString &text)
@@ -565,7 +566,8 @@ private Q_SLOTS:
         vc.btnRetrieveLog(vc.ui.btnRetriveLog);
         const LiveOutputView &live = *vc.watch().liveView();
         QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
-        QVERIFY(QRegularExpression(QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
+        QVERIFY(QRegularExpression(
+                    QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
                     .match(live.toPlainText())
                     .hasMatch());
         const QLabel &clock = *vc.watch().elapsedLabel();
@@ -590,8 +592,9 @@ private Q_SLOTS:
         QTest::addColumn<bool>("service");
         QTest::addColumn<int>("notifyAfterMs");
         QTest::addColumn<QStringList>("received");
-        const QStringList one{QStringLiteral("Retrieving the log of tape44: Complete | Retrieve Log on tape44 ended "
-                                             "after 00:00: Complete")};
+        const QStringList one{
+            QStringLiteral("Retrieving the log of tape44: Complete | Retrieve Log on tape44 ended "
+                           "after 00:00: Complete")};
         QTest::newRow("long enough: sent") << true << true << 0 << one;
         QTest::newRow("shorter than the threshold") << true << true << 60000 << QStringList();
         QTest::newRow("no service on the bus") << true << false << 0 << QStringList();
@@ -610,8 +613,9 @@ private Q_SLOTS:
         QProcess daemon;
         QString address = QStringLiteral("unix:path=") + TestHome::path() + QStringLiteral("/no-bus");
         if (bus) {
-            daemon.start(QStringLiteral("dbus-daemon"),
-                         {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address")});
+            daemon.start(
+                QStringLiteral("dbus-daemon"),
+                {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address")});
             QVERIFY(daemon.waitForReadyRead(5000));
             address = QString::fromUtf8(daemon.readLine().trimmed());
         }
@@ -624,8 +628,9 @@ private Q_SLOTS:
         QDBusConnection serviceBus = QDBusConnection::connectToBus(address, QStringLiteral("service"));
         NotificationService notifications;
         if (service) {
-            QVERIFY(serviceBus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &notifications,
-                                              QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
+            QVERIFY(serviceBus.registerObject(
+                QStringLiteral("/org/freedesktop/Notifications"), &notifications,
+                QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
             QVERIFY(serviceBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
         }
         useTape44();
