@@ -12,10 +12,13 @@
 #include "app/WindowController.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
+#include "support/EngineHarness.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
+#include "ui/DriveTableModel.h"
+#include "ui/OperationWatch.h"
 #include "ui/ViewController.h"
 
 #include <QLabel>
@@ -279,6 +282,41 @@ private Q_SLOTS:
         qputenv("PATH", path);
         const QImage small = shot.scaledToWidth(820, Qt::SmoothTransformation).toImage();
         QVERIFY(small.save(dir + QStringLiteral("/first-start.png"), nullptr, 0));
+
+        // A long format under way on a blank cartridge: the tool's output
+        // live in its tab and the clock beside the progress.
+        resetSimulator();
+        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
+        QVERIFY(state.open(QIODevice::WriteOnly));
+        state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n\n"
+                    "[drive]\nid = tape45\nmodel = ULTRIUM-HH9\nserial = 1013000145\ncartridge = yes\n"
+                    "barcode = TD0045\nformatted = yes\n");
+        state.close();
+        useSimulator();
+        ViewController formatting;
+        formatting.show();
+        const bool scanned = waitUntil([&] {
+            return formatting.ui.tableView->model()->rowCount() >= 2 &&
+                   formatting.engine.lastOperation().ended;
+        });
+        QVERIFY2(scanned, qPrintable(paneText(formatting) +
+                                     QString::number(formatting.ui.tableView->model()->rowCount())));
+        qputenv("TAPESIM_SPEED", "6");
+        for (int row = 0; row < formatting.driveModel()->rowCount(); ++row) {
+            if (formatting.driveModel()->driveAt(row)->id() == QStringLiteral("tape44"))
+                formatting.ui.tableView->selectRow(row); // blank
+        }
+        QStringList asked;
+        answerWith({QStringLiteral("0"), QStringLiteral("ARCH44"), QStringLiteral("0")}, &asked);
+        formatting.btnFormat(formatting.ui.btnFormat);
+        formatting.ui.paneTabs->setCurrentIndex(1);
+        QVERIFY(waitUntil(
+            [&] { return formatting.watch().elapsedLabel()->text().endsWith(QStringLiteral("00:03")); },
+            20000));
+        QTest::qWait(300);
+        QVERIFY(formatting.grab().save(dir + QStringLiteral("/live-output.png")));
+        formatting.engine.abandon();
+        qunsetenv("TAPESIM_SPEED");
     }
 };
 
