@@ -10,7 +10,7 @@ namespace {
 
 // An output line longer than this goes to the journal in pieces, so a tool
 // that prints without line ends cannot grow the held part without bound.
-constexpr qsizetype kLongestHeldLine = 64 * 1024;
+constexpr qsizetype kLongestHeldLine = qsizetype{64} * 1024;
 
 QByteArray stamp(const QDateTime &at)
 {

@@ -60,7 +60,7 @@ void LiveOutputView::showOutput(OutputStream stream, QByteArrayView chunk)
     // Of a chunk with more lines than the view keeps, and of all that came
     // before it, only its last kMaxLines lines could ever be seen; the rest is
     // not worth decoding.
-    if (chunk.size() > kMaxLines * 8) {
+    if (chunk.size() > qsizetype{kMaxLines} * 8) {
         qsizetype at = chunk.size();
         int lines = 0;
         while (lines <= kMaxLines && at > 0 && (at = chunk.first(at).lastIndexOf('\n')) >= 0)
@@ -125,7 +125,7 @@ void LiveOutputView::add(Kind kind, const QString &text)
         m_pending.append(Piece{kind, cut});
     // Twice the kept lines before dropping, so a flood of small chunks does
     // not walk the kept lines again for each one.
-    if (m_pendingLines > 2 * kMaxLines)
+    if (m_pendingLines > qsizetype{2} * kMaxLines)
         dropUnseen();
     if (!m_flushTimer.isActive())
         m_flushTimer.start();

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QTimer>
 
+class QAction;
 class QLabel;
 class QMenu;
 class QWidget;
