@@ -15,9 +15,9 @@
 #include "support/EngineHarness.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
-#include "ui/DriveTableModel.h"
 #include "ui/OperationWatch.h"
 #include "ui/ViewController.h"
 
@@ -287,25 +287,16 @@ private Q_SLOTS:
         // live in its tab and the clock beside the progress.
         resetSimulator();
         QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly));
-        state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n\n"
-                    "[drive]\nid = tape45\nmodel = ULTRIUM-HH9\nserial = 1013000145\ncartridge = yes\n"
-                    "barcode = TD0045\nformatted = yes\n");
+        QVERIFY(
+            state.open(QIODevice::WriteOnly) &&
+            state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"));
         state.close();
         useSimulator();
         ViewController formatting;
         formatting.show();
-        const bool scanned = waitUntil([&] {
-            return formatting.ui.tableView->model()->rowCount() >= 2 &&
-                   formatting.engine.lastOperation().ended;
-        });
-        QVERIFY2(scanned, qPrintable(paneText(formatting) +
-                                     QString::number(formatting.ui.tableView->model()->rowCount())));
+        QVERIFY(waitUntil([&] { return formatting.engine.lastOperation().ended; }));
         qputenv("TAPESIM_SPEED", "6");
-        for (int row = 0; row < formatting.driveModel()->rowCount(); ++row) {
-            if (formatting.driveModel()->driveAt(row)->id() == QStringLiteral("tape44"))
-                formatting.ui.tableView->selectRow(row); // blank
-        }
+        test::selectDrive(formatting, QStringLiteral("tape44"), QStringLiteral("44")); // blank
         QStringList asked;
         answerWith({QStringLiteral("0"), QStringLiteral("ARCH44"), QStringLiteral("0")}, &asked);
         formatting.btnFormat(formatting.ui.btnFormat);
