@@ -29,7 +29,7 @@ void CliFace::setStatus(Action action, int status)
         m_status.insert(action, status);
 }
 
-void CliFace::toolOutput(QByteArrayView chunk)
+void CliFace::toolOutput(OutputStream, QByteArrayView chunk)
 {
     if (!liveToStderr)
         return;

@@ -31,7 +31,7 @@ public:
     void progressStarted() override {}
     void progressEnded() override {}
     void drivesChanged(const QList<DrivePtr> &list, const DrivePtr &) override { drives = list; }
-    void toolOutput(QByteArrayView chunk) override;
+    void toolOutput(OutputStream stream, QByteArrayView chunk) override;
     // No subcommand shows a volume's details yet.
     void volumeDetailsChanged(const VolumeReport &) override {}
 

@@ -2,10 +2,12 @@
 
 #include "drives/Drive.h"
 #include "operations/VolumeDetails.h"
+#include "tools/ProcessRunner.h"
 
 #include <QByteArrayView>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace tapedesk {
 
@@ -52,8 +54,19 @@ public:
     // What is known of the selected drive's volume: being read, read, not
     // mounted, or why it could not be read.
     virtual void volumeDetailsChanged(const VolumeReport &report) = 0;
-    // A tool's output as it arrives, before the run is judged.
-    virtual void toolOutput(QByteArrayView chunk) { (void)chunk; }
+    // With live output on (TapeEngine::setLiveOutput): a tool is about to
+    // start, as it is run, and then its output as it arrives on each stream,
+    // before the run is judged.
+    virtual void toolStarted(const QString &program, const QStringList &arguments)
+    {
+        (void)program;
+        (void)arguments;
+    }
+    virtual void toolOutput(OutputStream stream, QByteArrayView chunk)
+    {
+        (void)stream;
+        (void)chunk;
+    }
     // A tool runs on the GUI thread's turn (`held` true) or no longer (false;
     // the calls nest). A face with controls answers true when it keeps every
     // user input but its Stop action from them meanwhile; the engine's wait

@@ -41,6 +41,35 @@ QString actionName(Action action)
     return names.value(action);
 }
 
+QString operationTitle(Action action, const QString &driveId, bool unmount)
+{
+    static const QHash<Action, QString> verbs{
+        {Action::Scan, QStringLiteral("Scanning for drives")},
+        {Action::Mount, QStringLiteral("Mounting")},
+        {Action::Format, QStringLiteral("Formatting")},
+        {Action::Test, QStringLiteral("Testing")},
+        {Action::HostValidation, QStringLiteral("Validating the host with")},
+        {Action::RetrieveLog, QStringLiteral("Retrieving the log of")},
+        {Action::Upgrade, QStringLiteral("Updating the firmware of")},
+        {Action::Recover, QStringLiteral("Recovering the volume in")},
+        {Action::ClearMountedDrives, QStringLiteral("Clearing the mounted-drive records")}};
+    QString verb = unmount && action == Action::Mount ? QStringLiteral("Unmounting") : verbs.value(action);
+    if (action == Action::Scan || action == Action::ClearMountedDrives || driveId.isEmpty())
+        return verb;
+    return verb + QLatin1Char(' ') + driveId;
+}
+
+QString TapeEngine::OperationRecord::verdict() const
+{
+    if (stopped)
+        return QStringLiteral("Stopped");
+    if (status == 0)
+        return QStringLiteral("Complete");
+    if (status == 1)
+        return QStringLiteral("Failed");
+    return QStringLiteral("Ended");
+}
+
 TapeEngine::TapeEngine(Face &face, QObject *parent) : QObject(parent), m_face(face)
 {
     timer = new QTimer(this); // a plain timer that is never scheduled until an unmount replaces it
@@ -119,6 +148,8 @@ bool TapeEngine::beginOperation(Action action)
     const bool wasOperating = m_operating;
     m_operating = true;
     const DrivePtr drive = selectedDrive.get();
+    if (!wasOperating)
+        openRecord(action);
     if (action == Action::Scan || action == Action::ClearMountedDrives || !drive || m_driveLock.held())
         return true;
     const DriveRecord record = drive->record();
@@ -127,6 +158,8 @@ bool TapeEngine::beginOperation(Action action)
     if (m_driveLock.acquire(key, actionName(action), holder))
         return true;
     m_operating = wasOperating;
+    if (!wasOperating)
+        closeRecord();
     const QString reason = QStringLiteral("Refused: %1 is in use by %2 - one operation at a time per drive")
                                .arg(record.id, holder);
     showResults(true, reason);
@@ -142,6 +175,7 @@ void TapeEngine::checkOperationEnded()
     m_operating = false;
     m_stopped = false;
     m_driveLock.release();
+    closeRecord();
     Q_EMIT operationEnded();
 }
 
@@ -160,10 +194,77 @@ void TapeEngine::runStep(const std::function<void()> &f)
     checkOperationEnded();
 }
 
+void TapeEngine::openRecord(Action action)
+{
+    const DrivePtr drive = selectedDrive.get();
+    const bool onDrive = drive && action != Action::Scan && action != Action::ClearMountedDrives;
+    m_record = OperationRecord{};
+    m_record.action = action;
+    m_record.drive = onDrive ? drive->id() : QString();
+    m_record.title = operationTitle(action, m_record.drive, onDrive && drive->mounted());
+    m_record.started = QDateTime::currentDateTime();
+    m_record.clock.start();
+    journal.begin(m_record.title, m_record.started);
+}
+
+void TapeEngine::closeRecord()
+{
+    if (m_record.ended || !m_record.clock.isValid())
+        return;
+    m_record.ended = true;
+    journal.end(m_record.title, m_record.verdict(), QDateTime::currentDateTime(), m_record.clock.elapsed());
+}
+
+ChunkObserver TapeEngine::announceTool(const QString &program, const QStringList &arguments)
+{
+    journal.toolStarted(program, arguments);
+    if (!m_liveOutput)
+        return [this](OutputStream stream, QByteArrayView chunk) { journal.toolOutput(stream, chunk); };
+    queueLive(-1, {}, program, arguments);
+    return [this](OutputStream stream, QByteArrayView chunk) {
+        journal.toolOutput(stream, chunk);
+        queueLive(static_cast<int>(stream), chunk);
+    };
+}
+
+void TapeEngine::queueLive(int kind, QByteArrayView bytes, const QString &program,
+                           const QStringList &arguments)
+{
+    {
+        const std::lock_guard lock(m_liveMutex);
+        if (kind >= 0 && !m_livePieces.isEmpty() && m_livePieces.last().kind == kind)
+            m_livePieces.last().bytes += bytes;
+        else
+            m_livePieces.append(LivePiece{kind, bytes.toByteArray(), program, arguments});
+        if (m_liveHandOverQueued)
+            return;
+        m_liveHandOverQueued = true;
+    }
+    // Never dropped, not even for a stopped operation: the flag must come down.
+    post([this] { handOverLive(); }, false);
+}
+
+void TapeEngine::handOverLive()
+{
+    QList<LivePiece> pieces;
+    {
+        const std::lock_guard lock(m_liveMutex);
+        pieces.swap(m_livePieces);
+        m_liveHandOverQueued = false;
+    }
+    for (const LivePiece &piece : std::as_const(pieces)) {
+        if (piece.kind < 0)
+            m_face.toolStarted(piece.program, piece.arguments);
+        else
+            m_face.toolOutput(static_cast<OutputStream>(piece.kind), piece.bytes);
+    }
+}
+
 void TapeEngine::start()
 {
     m_operating = true;
     m_action = Action::Scan;
+    openRecord(Action::Scan);
     runStep([this] {
         const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
         consoleLine(QStringView(mounted));
@@ -202,6 +303,8 @@ void TapeEngine::preferencesSaved()
     // time a Save may come while an operation runs, and the operator scans
     // when ready. Once the paths are valid the setup is over.
     if (m_awaitingSetup && !m_busy) {
+        if (!m_operating)
+            openRecord(Action::Scan);
         m_operating = true;
         m_action = Action::Scan;
         runStep([this] { checkPathsAndScan(); });
@@ -219,24 +322,26 @@ QString TapeEngine::shell(const QString &launchPath, const QStringList &argument
     // As a tool that printed nothing: every workflow reads that as a failure.
     if (m_abandoned)
         return {};
-    ChunkObserver live;
-    if (m_liveOutput) {
-        live = [this](OutputStream, QByteArrayView chunk) {
-            post([this, bytes = chunk.toByteArray()] { m_face.toolOutput(bytes); });
-        };
-    }
     toolStarting(launchPath, arguments);
-    QString output = shellLaunch(launchPath, arguments, lastErrorOutput, live);
+    const ChunkObserver live = announceTool(launchPath, arguments);
+    int status = -1;
+    QString output = shellLaunch(launchPath, arguments, lastErrorOutput, live, &status);
+    const QString code = exitCodeFromOutput(output).value_or(QString());
+    journal.toolEnded(status, code);
     // What a stopped tool printed decides nothing.
     toolEnded();
-    Q_EMIT toolRan(launchPath, arguments, exitCodeFromOutput(output).value_or(QString()));
+    Q_EMIT toolRan(launchPath, arguments, code);
     return output;
 }
 
 QString TapeEngine::shell(const QString &command)
 {
     toolStarting(command, {});
-    QString output = shellCommand(command);
+    const QStringList arguments{QStringLiteral("-c"), command};
+    const ChunkObserver live = announceTool(commandShell(), arguments);
+    int status = -1;
+    QString output = shellCommand(command, live, &status);
+    journal.toolEnded(status, {});
     toolEnded();
     return output;
 }

@@ -3,12 +3,14 @@
 #include "drives/Drive.h"
 #include "operations/DriveLock.h"
 #include "operations/Face.h"
+#include "operations/Journal.h"
 #include "operations/MissingDrive.h"
 #include "operations/MountCheck.h"
 #include "support/Support.h"
 #include "tools/ProcessRunner.h"
 #include "tools/Synchronized.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
@@ -24,6 +26,9 @@ namespace tapedesk {
 
 // The action as the operator knows it: "Mount", "Host Validation", ...
 QString actionName(Action action);
+
+// What an operation is called while it runs: "Formatting tape0", "Scanning".
+QString operationTitle(Action action, const QString &driveId, bool unmount = false);
 
 // The text of the last tool output, carried from one step to the next.
 extern Synchronized<QString> lastStatusFeedBack;
@@ -96,7 +101,8 @@ public:
     // True from an accepted stop() until the stopped operation's last part
     // has unwound (its tool gone); no other action starts meanwhile.
     bool isStopping() const { return m_stopped.load(); }
-    // Hands each tool's output to the face as it arrives (Face::toolOutput).
+    // Hands each tool's command line and output to the face as they arrive
+    // (Face::toolStarted, Face::toolOutput).
     void setLiveOutput(bool on) { m_liveOutput = on; }
 
     // Volume details (volume.cpp): reads the selected drive's mounted volume
@@ -109,6 +115,26 @@ public:
     // (volume.cpp). Reads the host under `hostRoots`.
     void explainMissingDrive();
     HostRoots hostRoots;
+    // One operation as the operator and the journal know it.
+    struct OperationRecord
+    {
+        Action action = Action::Scan;
+        QString title; // "Formatting tape0"
+        QString drive; // empty for a scan
+        QDateTime started;
+        QElapsedTimer clock;
+        // The last verdict status of the button that judges the action: 0
+        // complete, 1 failed, -1 none.
+        int status = -1;
+        bool stopped = false;
+        bool ended = false;
+        // "Complete", "Failed", "Stopped" or "Ended" (no verdict given).
+        QString verdict() const;
+    };
+    // The operation under way, or the last one (GUI thread).
+    const OperationRecord &lastOperation() const { return m_record; }
+    // Every operation's record (operations/Journal.h).
+    Journal journal;
 
     // Command runners
     QString shell(const QString &launchPath, const QStringList &arguments);
@@ -281,6 +307,19 @@ private:
     void recoverInBackground(const DrivePtr &drive, const QString &ltfsck);
     // The missing-drive findings in the pane, on the calling thread.
     void reportMissingDrive();
+    // Opens the record of an operation that starts, and closes it.
+    void openRecord(Action action);
+    void closeRecord();
+    // Names the tool to the face and the journal; the observer hands its
+    // output to both.
+    ChunkObserver announceTool(const QString &program, const QStringList &arguments);
+    // Queues a tool's start or output for the face. A tool may print far
+    // faster than the GUI thread takes posts, and a post per chunk then keeps
+    // it from ever turning; what arrives while one hand-over is on its way
+    // joins it instead.
+    void queueLive(int kind, QByteArrayView bytes, const QString &program = {},
+                   const QStringList &arguments = {});
+    void handOverLive();
     // Runs a tool whose exit status is its verdict, its output live where
     // live output is on.
     ProcessResult runForExitStatus(const QString &program, const QStringList &arguments);
@@ -338,6 +377,17 @@ private:
     // The drive Format was pressed on: the format goes on only while it is
     // still the selected drive.
     DrivePtr m_formatTarget;
+    OperationRecord m_record;
+    struct LivePiece
+    {
+        int kind; // -1 a tool's start, else an OutputStream
+        QByteArray bytes;
+        QString program;
+        QStringList arguments;
+    };
+    std::mutex m_liveMutex;
+    QList<LivePiece> m_livePieces;
+    bool m_liveHandOverQueued = false;
 };
 
 } // namespace tapedesk

@@ -68,6 +68,7 @@ void TapeEngine::showResults(bool clear, const QString &result)
 {
     auto message = std::make_shared<QueuedMessage>(m_queuedMessages);
     post([this, message = std::move(message), clear, result] {
+        journal.paneText(result);
         if (clear) {
             m_collectedMessages.clear();
             m_face.clearPane();
@@ -107,7 +108,13 @@ void TapeEngine::changeButtonStatus(Action action, int status, bool showError)
 {
     if (status == 1 && showError)
         displayError();
-    postToMain([this, action, status] { m_face.setStatus(action, status); });
+    postToMain([this, action, status] {
+        // The format is judged on the Mount button, as the operator sees it.
+        const Action judged = m_action == Action::Format ? Action::Mount : m_action;
+        if (m_operating && action == judged && (status == 0 || status == 1))
+            m_record.status = status;
+        m_face.setStatus(action, status);
+    });
 }
 
 void TapeEngine::startProgress()

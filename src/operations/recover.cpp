@@ -178,13 +178,9 @@ ProcessResult TapeEngine::runForExitStatus(const QString &program, const QString
     // As shell(): an abandoned engine starts nothing.
     if (m_abandoned)
         return {};
-    ChunkObserver live;
-    if (m_liveOutput) {
-        live = [this](OutputStream, QByteArrayView chunk) {
-            post([this, bytes = chunk.toByteArray()] { m_face.toolOutput(bytes); });
-        };
-    }
+    const ChunkObserver live = announceTool(program, arguments);
     ProcessResult run = runProcess(program, arguments, StreamMode::Separate, live, kWaitForTheStatusMs);
+    journal.toolEnded(run.exitStatus, {});
     lastErrorOutput.set(QString::fromUtf8(run.err));
     consoleLine(QByteArrayView(run.err));
     Q_EMIT toolRan(program, arguments, run.exitStatus >= 0 ? QString::number(run.exitStatus) : QString());

@@ -112,6 +112,7 @@ TapeEngine::StopResult TapeEngine::stop()
     if (m_action != Action::Scan && !driveId.isEmpty())
         what += QStringLiteral(" on ") + driveId;
     const QString line = QStringLiteral("Stopped by the operator: ") + what + tail;
+    m_record.stopped = true;
     consoleLine(QStringView(line));
     showResults(false, line);
     // The format shows its outcome on the Mount button.

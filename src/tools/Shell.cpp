@@ -7,11 +7,13 @@
 namespace tapedesk {
 
 QString shellLaunch(const QString &launchPath, const QStringList &arguments,
-                    Synchronized<QString> &lastErrorOutput, const ChunkObserver &observer)
+                    Synchronized<QString> &lastErrorOutput, const ChunkObserver &observer, int *exitStatus)
 {
     ProcessResult r;
     if (!launchPath.isEmpty() && QFileInfo::exists(launchPath))
         r = runProcess(launchPath, arguments, StreamMode::Separate, observer);
+    if (exitStatus)
+        *exitStatus = r.exitStatus;
     QString output;
     if (r.started) {
         output = QString::fromUtf8(r.out);
@@ -40,9 +42,12 @@ QString commandShell()
     return shell;
 }
 
-QString shellCommand(const QString &command)
+QString shellCommand(const QString &command, const ChunkObserver &observer, int *exitStatus)
 {
-    ProcessResult r = runProcess(commandShell(), {QStringLiteral("-c"), command}, StreamMode::Merged);
+    ProcessResult r =
+        runProcess(commandShell(), {QStringLiteral("-c"), command}, StreamMode::Merged, observer);
+    if (exitStatus)
+        *exitStatus = r.exitStatus;
     return QString::fromUtf8(r.out);
 }
 

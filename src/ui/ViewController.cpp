@@ -5,6 +5,8 @@
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
 #include "ui/DriveTableModel.h"
+#include "ui/LiveOutputView.h"
+#include "ui/OperationWatch.h"
 #include "ui/StatusImages.h"
 #include "ui/VolumeDetailsView.h"
 #include "ui/WidgetDialogs.h"
@@ -180,8 +182,10 @@ void ViewController::buildLayout()
     keepStop.setRetainSizeWhenHidden(true);
     ui.btnStop->setSizePolicy(keepStop);
     ui.btnStop->hide();
+    m_watch = new OperationWatch(engine, this);
     auto *progressRow = new QHBoxLayout;
     progressRow->setSpacing(10);
+    progressRow->addWidget(m_watch->elapsedLabel());
     progressRow->addWidget(ui.progressIndicator, 1, Qt::AlignVCenter);
     progressRow->addWidget(ui.btnStop);
     right->addLayout(progressRow);
@@ -209,6 +213,7 @@ void ViewController::buildLayout()
     ui.paneTabs->setAccessibleName(QStringLiteral("Views"));
     ui.paneTabs->setDocumentMode(true);
     ui.paneTabs->addTab(ui.rightScrollView, QStringLiteral("Transcript"));
+    ui.paneTabs->addTab(m_watch->liveView(), QStringLiteral("Tool Output"));
     ui.paneTabs->addTab(m_volumeView = new VolumeDetailsView(engine, ui.paneTabs), QStringLiteral("Volume"));
     right->addWidget(ui.paneTabs, 1);
 
@@ -220,6 +225,7 @@ void ViewController::buildLayout()
     quit->setObjectName(QStringLiteral("actionQuit"));
     quit->setShortcut(QKeySequence::Quit);
     connect(quit, &QAction::triggered, qApp, &QApplication::quit);
+    m_watch->addMenuCommands(fileMenu, quit);
 
     // A fixed working surface without window buttons; the application quits
     // from its menu. The title still names it in the window list and to
@@ -404,6 +410,7 @@ void ViewController::progressStarted()
     enableActions(false);
     ui.progressIndicator->show();
     ui.btnStop->show();
+    m_watch->progressShown(true);
 }
 
 void ViewController::progressEnded()
@@ -411,6 +418,17 @@ void ViewController::progressEnded()
     enableActions(true);
     ui.progressIndicator->hide();
     ui.btnStop->hide();
+    m_watch->progressShown(false);
+}
+
+void ViewController::toolStarted(const QString &program, const QStringList &arguments)
+{
+    m_watch->liveView()->showToolStarted(program, arguments);
+}
+
+void ViewController::toolOutput(OutputStream stream, QByteArrayView chunk)
+{
+    m_watch->liveView()->showOutput(stream, chunk);
 }
 
 bool ViewController::holdInputButStop(bool held)

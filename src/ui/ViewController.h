@@ -20,6 +20,7 @@ namespace tapedesk {
 
 class DriveTableModel;
 class VolumeDetailsView;
+class OperationWatch;
 
 // The main window: one face of the tape engine. It holds the widgets, turns
 // clicks and the drive choice into the engine's actions, and shows what the
@@ -90,6 +91,11 @@ public:
     bool holdInputButStop(bool held) override;
     void volumeDetailsChanged(const VolumeReport &report) override;
     VolumeDetailsView *volumeView() const { return m_volumeView; }
+    void toolStarted(const QString &program, const QStringList &arguments) override;
+    void toolOutput(OutputStream stream, QByteArrayView chunk) override;
+
+    // The live tool output, the operation's clock and its notification.
+    OperationWatch &watch() const { return *m_watch; }
 
 Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
@@ -109,6 +115,7 @@ private:
 
     DriveTableModel *m_model = nullptr;
     VolumeDetailsView *m_volumeView = nullptr;
+    OperationWatch *m_watch = nullptr;
     int m_inputHolds = 0;
 };
 

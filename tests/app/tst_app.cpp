@@ -12,11 +12,14 @@
 #include "app/WindowController.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
+#include "support/EngineHarness.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
+#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
+#include "ui/OperationWatch.h"
 #include "ui/ViewController.h"
 #include "ui/VolumeDetailsView.h"
 
@@ -126,7 +129,8 @@ private Q_SLOTS:
         for (QAction *top : window.menuBar()->actions())
             commands += top->menu()->actions();
         QCOMPARE(titles(window.menuBar()->actions() + commands),
-                 (QStringList{"TapeDesk", "Help", "Preferences…", "Account…", "Quit", "TapeDesk Help",
+                 (QStringList{"TapeDesk", "Help", "Preferences…", "Account…", "Save Transcript…",
+                              "Open Journal Folder", "Quit", "TapeDesk Help", "Why Is My Drive Missing?",
                               "Licence Agreement"}));
         // Each window is made once and comes back when asked again.
         for (int twice = 0; twice < 2; ++twice) {
@@ -321,6 +325,31 @@ private Q_SLOTS:
             qPrintable(tape.volumeView()->stateText() + paneText(tape)));
         shoot(&tape, 300, "/volume-details.png");
         resetSimulator();
+        // A long format under way on a blank cartridge: the tool's output
+        // live in its tab and the clock beside the progress.
+        resetSimulator();
+        QFile liveState(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
+        QVERIFY(liveState.open(QIODevice::WriteOnly) &&
+                liveState.write(
+                    "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"));
+        liveState.close();
+        useSimulator();
+        ViewController formatting;
+        formatting.show();
+        QVERIFY(waitUntil([&] { return formatting.engine.lastOperation().ended; }));
+        qputenv("TAPESIM_SPEED", "6");
+        test::selectDrive(formatting, QStringLiteral("tape44"), QStringLiteral("44")); // blank
+        QStringList asked;
+        answerWith({QStringLiteral("0"), QStringLiteral("ARCH44"), QStringLiteral("0")}, &asked);
+        formatting.btnFormat(formatting.ui.btnFormat);
+        formatting.ui.paneTabs->setCurrentIndex(1);
+        QVERIFY(waitUntil(
+            [&] { return formatting.watch().elapsedLabel()->text().endsWith(QStringLiteral("00:03")); },
+            20000));
+        QTest::qWait(300);
+        QVERIFY(formatting.grab().save(dir + QStringLiteral("/live-output.png")));
+        formatting.engine.abandon();
+        qunsetenv("TAPESIM_SPEED");
     }
 };
 

@@ -35,7 +35,7 @@ public:
     void progressStarted() override;
     void progressEnded() override;
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
-    void toolOutput(QByteArrayView chunk) override { toolBytes += chunk.toByteArray(); }
+    void toolOutput(OutputStream, QByteArrayView chunk) override { toolBytes += chunk.toByteArray(); }
     void volumeDetailsChanged(const VolumeReport &report) override { volumeReports << report; }
     // The pane's lines without the empty first one each message starts with.
     QStringList paneLines() const;

@@ -27,6 +27,7 @@ TestHome::TestHome()
     ::setenv("XDG_CONFIG_HOME", (home + "/.config").constData(), 1);
     ::setenv("XDG_DATA_HOME", (home + "/.local/share").constData(), 1);
     ::setenv("XDG_CACHE_HOME", (home + "/.cache").constData(), 1);
+    ::setenv("XDG_STATE_HOME", (home + "/.local/state").constData(), 1);
     ::setenv("TAPESIM_HOME", (home + "/tapesim").constData(), 1);
     if (!::getenv("QT_QPA_PLATFORM"))
         ::setenv("QT_QPA_PLATFORM", "offscreen", 1);

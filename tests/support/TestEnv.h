@@ -8,7 +8,7 @@
 
 namespace tapedesk::test {
 
-// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME and TAPESIM_HOME
+// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME, XDG_STATE_HOME and TAPESIM_HOME
 // into a fresh temporary folder before the application exists, so QSettings
 // and the simulator only ever see that folder.
 class TestHome

@@ -10,6 +10,7 @@
 #include "app/DarkLook.h"
 #include "drives/DriveStateStore.h"
 #include "operations/Texts.h"
+#include "support/EngineHarness.h"
 #include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
@@ -19,20 +20,25 @@
 #include "tools/ToolPaths.h"
 #include "ui/AuthenticateViewController.h"
 #include "ui/DriveTableModel.h"
+#include "ui/LiveOutputView.h"
+#include "ui/OperationWatch.h"
 #include "ui/ViewController.h"
 #include "ui/VolumeDetailsView.h"
 
 #include <QAccessible>
+#include <QDBusConnection>
 #include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QScopeGuard>
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTextBlock>
 #include <QTimer>
 #include <QUrl>
 #include <fcntl.h>
@@ -155,6 +161,48 @@ private:
     QTcpServer m_server;
     QByteArray m_buffer;
 };
+
+// A notification service as a desktop runs one, on a private bus.
+class NotificationService : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QStringList received; // "summary | body"
+
+public Q_SLOTS:
+    uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
+                const QStringList &, const QVariantMap &, int)
+    {
+        received << summary + QStringLiteral(" | ") + body;
+        return 7;
+    }
+
+Q_SIGNALS:
+    void ActionInvoked(uint id, const QString &key);
+};
+
+// tape44 alone, with a formatted cartridge, and the paths on the simulator
+// but for `itdt`, when given.
+void useTape44(const QString &itdt = {})
+{
+    resetSimulator();
+    QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
+    QVERIFY(state.open(QIODevice::WriteOnly));
+    state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
+                "barcode = TD0044\nformatted = yes\n");
+    setPaths(itdt.isEmpty() ? simBinDir() + QStringLiteral("/itdt") : itdt,
+             simBinDir() + QStringLiteral("/ltfs"), simBinDir() + QStringLiteral("/mkltfs"),
+             makeDir(QStringLiteral("output")));
+}
+
+QTextCharFormat formatAt(const QTextDocument *document, const QString &text)
+{
+    QTextCursor found = document->find(text);
+    found.setPosition(found.selectionStart() + 1);
+    return found.charFormat();
+}
 
 } // namespace
 
@@ -612,6 +660,115 @@ private Q_SLOTS:
         login.btnLogin();
         QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
         QCOMPARE(server.requests[2].headers.value("authorization"), QByteArray("Bearer tok-123"));
+    }
+
+    // A dump that prints, waits for the test, then prints on its error
+    // stream: the live view has the command line and the first line while the
+    // tool still runs, the clock counts, the second line follows in the error
+    // colour, and the transcript shows neither the command nor the colours.
+    void liveOperation()
+    {
+        const QString flag = TestHome::path() + QStringLiteral("/dump-may-end");
+        QFile::remove(flag);
+        useTape44(writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
+                              QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
+                                             "echo 'dump begun'\nwhile [ ! -e '%2' ]; do sleep 0.05; done\n"
+                                             "echo 'dump done' >&2\necho 'Exit with code: 0'\n")
+                                  .arg(simBinDir(), flag)));
+        ViewController vc;
+        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
+        QStringList asked;
+        answerWith({}, &asked);
+        vc.btnRetrieveLog(vc.ui.btnRetriveLog);
+        const LiveOutputView &live = *vc.watch().liveView();
+        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
+        QVERIFY(QRegularExpression(
+                    QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
+                    .match(live.toPlainText())
+                    .hasMatch());
+        const QLabel &clock = *vc.watch().elapsedLabel();
+        QCOMPARE(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:00"));
+        QTRY_COMPARE_WITH_TIMEOUT(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:01"), 3000);
+        QVERIFY(!live.toPlainText().contains(QStringLiteral("dump done")));
+        QFile(flag).open(QIODevice::WriteOnly);
+        // The two streams are read apart: only each one's own order is kept.
+        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("\ndump done\n")));
+        QVERIFY(live.toPlainText().indexOf(QStringLiteral("dump begun")) <
+                live.toPlainText().indexOf(QStringLiteral("dump done")));
+        QVERIFY(formatAt(live.document(), QStringLiteral("dump done")).foreground() !=
+                formatAt(live.document(), QStringLiteral("dump begun")).foreground());
+        QVERIFY(waitForIdle(vc));
+        QVERIFY(!paneText(vc).contains(QStringLiteral("$ ")));
+    }
+
+    void notification_data()
+    {
+        QTest::addColumn<bool>("bus");
+        QTest::addColumn<bool>("service");
+        QTest::addColumn<int>("notifyAfterMs");
+        QTest::addColumn<QStringList>("received");
+        const QStringList one{
+            QStringLiteral("Retrieving the log of tape44: Complete | Retrieve Log on tape44 ended "
+                           "after 00:00: Complete")};
+        QTest::newRow("long enough: sent") << true << true << 0 << one;
+        QTest::newRow("shorter than the threshold") << true << true << 60000 << QStringList();
+        QTest::newRow("no service on the bus") << true << false << 0 << QStringList();
+        QTest::newRow("no bus") << false << false << 0 << QStringList();
+    }
+
+    // A private session bus, with the service registered by the test or not.
+    // The window stays in the background (never shown); a click on the
+    // notification brings it up.
+    void notification()
+    {
+        QFETCH(bool, bus);
+        QFETCH(bool, service);
+        QFETCH(int, notifyAfterMs);
+        QFETCH(QStringList, received);
+        QProcess daemon;
+        QString address = QStringLiteral("unix:path=") + TestHome::path() + QStringLiteral("/no-bus");
+        if (bus) {
+            daemon.start(
+                QStringLiteral("dbus-daemon"),
+                {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address")});
+            QVERIFY(daemon.waitForReadyRead(5000));
+            address = QString::fromUtf8(daemon.readLine().trimmed());
+        }
+        const auto stopDaemon = qScopeGuard([&] {
+            QDBusConnection::disconnectFromBus(QStringLiteral("service"));
+            QDBusConnection::disconnectFromBus(QStringLiteral("window"));
+            daemon.kill();
+            daemon.waitForFinished();
+        });
+        QDBusConnection serviceBus = QDBusConnection::connectToBus(address, QStringLiteral("service"));
+        NotificationService notifications;
+        if (service) {
+            QVERIFY(serviceBus.registerObject(
+                QStringLiteral("/org/freedesktop/Notifications"), &notifications,
+                QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
+            QVERIFY(serviceBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
+        }
+        useTape44();
+        ViewController vc;
+        vc.watch().notifier().setConnection(QDBusConnection::connectToBus(address, QStringLiteral("window")));
+        vc.watch().notifyAfterMs = notifyAfterMs;
+        // The offscreen platform warns that it cannot raise a window.
+        if (received.isEmpty())
+            QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
+        QStringList asked;
+        answerWith({}, &asked);
+        vc.btnRetrieveLog(vc.ui.btnRetriveLog);
+        QVERIFY(waitUntil([&] { return !vc.engine.isOperating(); }));
+        QTest::qWait(300); // for a notification that should not come
+        QCOMPARE(notifications.received, received);
+        if (received.isEmpty())
+            return;
+        Q_EMIT notifications.ActionInvoked(6, QStringLiteral("default")); // another program's
+        QTest::qWait(200);
+        QVERIFY(!vc.isVisible());
+        Q_EMIT notifications.ActionInvoked(7, QStringLiteral("default"));
+        QTRY_VERIFY(vc.isVisible());
     }
 };
 
