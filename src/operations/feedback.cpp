@@ -66,9 +66,11 @@ void TapeEngine::flushPendingOutput()
 
 void TapeEngine::showResults(bool clear, const QString &result)
 {
+    // Journalled as it is said, on the thread that says it: the pane gets it
+    // later, and a tool's output journalled meanwhile must not overtake it.
+    journal.paneText(result);
     auto message = std::make_shared<QueuedMessage>(m_queuedMessages);
     post([this, message = std::move(message), clear, result] {
-        journal.paneText(result);
         if (clear) {
             m_collectedMessages.clear();
             m_face.clearPane();
