@@ -75,6 +75,15 @@ protected:
     }
 };
 
+} // namespace
+
+void seeHandOff(QEvent *event)
+{
+    handOffAcquire(event);
+}
+
+namespace {
+
 void installCallFilter()
 {
     QCoreApplication *app = QCoreApplication::instance();

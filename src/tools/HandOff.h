@@ -24,4 +24,9 @@ void startInBackground(std::function<void()> f);
 // Waits until every part queued with startInBackground() has finished.
 void waitForBackground();
 
+// For an application-wide event filter of the GUI thread, before it looks at
+// an event: a posted call's event was written by the thread that posted it,
+// and a filter installed after the one that delivers the calls sees it first.
+void seeHandOff(QEvent *event);
+
 } // namespace tapedesk

@@ -2,6 +2,7 @@
 
 #include "operations/VolumeName.h"
 #include "tools/Console.h"
+#include "tools/HandOff.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
 #include "ui/DriveTableModel.h"
@@ -443,6 +444,7 @@ bool ViewController::holdInputButStop(bool held)
 
 bool ViewController::eventFilter(QObject *watched, QEvent *event)
 {
+    seeHandOff(event);
     switch (event->type()) {
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonRelease:
