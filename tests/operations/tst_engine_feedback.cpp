@@ -179,15 +179,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    setConsoleStream(nullptr);
-    FeedbackTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(FeedbackTest)
 
 #include "tst_engine_feedback.moc"

@@ -36,10 +36,9 @@ private Q_SLOTS:
     {
         resetSimulator();
         QDir(Journal::folder()).removeRecursively();
-        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly));
-        state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
-                    "barcode = TD0044\nformatted = yes\n");
+        QVERIFY(resetSimulatorTo(
+            "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
+            "barcode = TD0044\nformatted = yes\n"));
         useSimulator();
     }
     void cleanup() { qunsetenv("TAPESIM_FAIL"); }
@@ -133,14 +132,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    EngineJournalTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(EngineJournalTest)
 
 #include "tst_engine_journal.moc"

@@ -25,13 +25,10 @@ private Q_SLOTS:
     // tape92's cartridge was left unclosed by a daemon that died under it.
     void init()
     {
-        resetSimulator();
-        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly));
-        state.write(
+        QVERIFY(resetSimulatorTo(
             "[drive]\nid = tape91\nmodel = ULTRIUM-HH8\nserial = 1013000191\ncartridge = yes\n"
             "barcode = TD0091\nformatted = yes\n\n[drive]\nid = tape92\nmodel = ULTRIUM-HH8\n"
-            "serial = 1013000192\ncartridge = yes\nbarcode = TD0092\nformatted = yes\nconsistent = no\n");
+            "serial = 1013000192\ncartridge = yes\nbarcode = TD0092\nformatted = yes\nconsistent = no\n"));
         useSimulator();
     }
 
@@ -116,14 +113,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    EngineRecoverTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(EngineRecoverTest)
 
 #include "tst_engine_recover.moc"

@@ -231,14 +231,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    RulesTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(RulesTest)
 
 #include "tst_engine_rules.moc"

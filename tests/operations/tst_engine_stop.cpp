@@ -53,9 +53,7 @@ class EngineStopTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        resetSimulator();
-        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly) && state.write(kLibrary) > 0);
+        QVERIFY(resetSimulatorTo(kLibrary));
         qunsetenv("TAPESIM_FAIL");
         qunsetenv("TAPESIM_UNMOUNT_DELAY");
         qputenv("TAPESIM_SPEED", "0");
@@ -155,14 +153,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    EngineStopTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(EngineStopTest)
 
 #include "tst_engine_stop.moc"

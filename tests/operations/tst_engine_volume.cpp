@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QTest>
 #include <cerrno>
+#include <ctime>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -45,6 +46,12 @@ class EngineVolumeTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // The format time is shown in local time.
+    void initTestCase()
+    {
+        qputenv("TZ", "UTC");
+        ::tzset();
+    }
     // Each column "|"-separated: the attributes as name=value, and the rows shown.
     void attributes_data()
     {
@@ -104,11 +111,10 @@ private Q_SLOTS:
             QSKIP(qPrintable(QStringLiteral("/tmp takes no user extended attributes: ") +
                              QString::fromLocal8Bit(std::strerror(errno))));
         ::removexattr(point.toLocal8Bit().constData(), "user.tapedesk.probe");
-        resetSimulator();
-        writeFile(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"),
-                  "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
-                  "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
-                  "tape-alert = 0x0000000000080000\n");
+        QVERIFY(resetSimulatorTo(
+            "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
+            "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
+            "tape-alert = 0x0000000000080000\n"));
         useSimulator();
         QStringList asked;
         answerWith({QStringLiteral("0")}, &asked);
@@ -203,16 +209,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    // The format time is shown in local time.
-    qputenv("TZ", "UTC");
-    QCoreApplication app(argc, argv);
-    configureApplication(app);
-    EngineVolumeTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(EngineVolumeTest)
 
 #include "tst_engine_volume.moc"

@@ -17,8 +17,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTest>
@@ -37,15 +35,7 @@ QString logPath()
 // Every simulated run since the log was emptied: the tool, then its arguments.
 QList<QStringList> runs()
 {
-    QList<QStringList> all;
-    for (const QByteArray &line : readFile(logPath()).split('\n')) {
-        QStringList argv;
-        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
-            argv << v.toString();
-        if (!argv.isEmpty())
-            all << argv;
-    }
-    return all;
+    return simInvocations(logPath());
 }
 
 // "tool" or "tool:word" (the run's arguments hold `word` or one starting with it).
@@ -220,14 +210,10 @@ private Q_SLOTS:
 private:
     static void freshCase(const QByteArray &stateIni)
     {
-        resetSimulator();
-        if (!stateIni.isEmpty()) {
-            const QString home = qEnvironmentVariable("TAPESIM_HOME");
-            QDir().mkpath(home);
-            QFile f(home + QStringLiteral("/state.ini"));
-            if (f.open(QIODevice::WriteOnly))
-                f.write(stateIni);
-        }
+        if (stateIni.isEmpty())
+            resetSimulator();
+        else
+            QVERIFY(resetSimulatorTo(stateIni));
         QFile::remove(logPath());
         for (const char *folder : {"output", "saved", "fw", "fake"})
             QDir(TestHome::path() + QLatin1Char('/') + QLatin1String(folder)).removeRecursively();
@@ -461,15 +447,6 @@ private:
     }
 };
 
-int main(int argc, char **argv)
-{
-    TestHome home;
-    QCoreApplication app(argc, argv);
-    setConsoleStream(nullptr);
-    configureApplication(app);
-    WorkflowTest tc;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&tc, argc, argv);
-}
+TAPEDESK_ENGINE_TEST_MAIN(WorkflowTest)
 
 #include "tst_engine_workflows.moc"

@@ -5,6 +5,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcessEnvironment>
 #include <QTemporaryFile>
 #include <csignal>
@@ -69,6 +71,28 @@ void resetSimulator()
         }
     }
     QDir(folder).removeRecursively();
+}
+
+bool resetSimulatorTo(const QByteArray &stateIni)
+{
+    resetSimulator();
+    const QString folder = QString::fromLocal8Bit(qgetenv("TAPESIM_HOME"));
+    QFile state(folder + QStringLiteral("/state.ini"));
+    return QDir().mkpath(folder) && state.open(QIODevice::WriteOnly) &&
+           state.write(stateIni) == stateIni.size();
+}
+
+QList<QStringList> simInvocations(const QString &logPath)
+{
+    QList<QStringList> runs;
+    for (const QByteArray &line : readFile(logPath).split('\n')) {
+        QStringList argv;
+        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
+            argv << v.toString();
+        if (!argv.isEmpty())
+            runs << argv;
+    }
+    return runs;
 }
 
 QString simBinDir()

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "tools/Console.h"
+
 #include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QTest>
 #include <functional>
 
 namespace tapedesk::test {
@@ -31,6 +34,10 @@ void configureApplication(QCoreApplication &app);
 // after ending the ltfs daemons it left running, so none outlives its test or
 // serves a mount point the next test uses.
 void resetSimulator();
+// resetSimulator(), then the simulator's library is `stateIni` (its state.ini).
+bool resetSimulatorTo(const QByteArray &stateIni);
+// Each run the simulator logged to `logPath` (TAPESIM_LOG), as its argv.
+QList<QStringList> simInvocations(const QString &logPath);
 
 // The simulator's bin folder (itdt, ltfs, mkltfs, mount, umount) in the build tree.
 QString simBinDir();
@@ -59,3 +66,16 @@ void setPaths(const QString &itdt, const QString &ltfs, const QString &mkltfs, c
 void useSimulator();
 
 } // namespace tapedesk::test
+
+// The main of a test that needs no window: its own home, no console echo.
+#define TAPEDESK_ENGINE_TEST_MAIN(TestClass)                                                                 \
+    int main(int argc, char **argv)                                                                          \
+    {                                                                                                        \
+        tapedesk::test::TestHome home;                                                                       \
+        QCoreApplication app(argc, argv);                                                                    \
+        tapedesk::test::configureApplication(app);                                                           \
+        tapedesk::setConsoleStream(nullptr);                                                                 \
+        TestClass tc;                                                                                        \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                           \
+        return QTest::qExec(&tc, argc, argv);                                                                \
+    }

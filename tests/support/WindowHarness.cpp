@@ -12,8 +12,6 @@
 #include <QDeadlineTimer>
 #include <QDialogButtonBox>
 #include <QFileDialog>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -202,19 +200,6 @@ bool waitForIdle(ViewController &vc, int timeoutMs)
                    vc.ui.tableView->isEnabled();
         },
         timeoutMs);
-}
-
-QList<QStringList> simInvocations(const QString &logPath)
-{
-    QList<QStringList> runs;
-    for (const QByteArray &line : readFile(logPath).split('\n')) {
-        QStringList argv;
-        for (const QJsonValue &v : QJsonDocument::fromJson(line).array())
-            argv << v.toString();
-        if (!argv.isEmpty())
-            runs << argv;
-    }
-    return runs;
 }
 
 } // namespace tapedesk::test

@@ -74,8 +74,4 @@ bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000)
 // Waits until the progress indicator is hidden and the buttons are enabled.
 bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
 
-// The simulator's invocation log (TAPESIM_LOG): one argv per run, the tool's
-// name first.
-QList<QStringList> simInvocations(const QString &logPath);
-
 } // namespace tapedesk::test
