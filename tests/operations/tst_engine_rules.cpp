@@ -132,23 +132,15 @@ private Q_SLOTS:
         QTest::addColumn<bool>("valid");
         QTest::addColumn<QString>("upper");
 
-        QTest::newRow("example from the dialog")
-            << QStringLiteral("KT1234") << true << QStringLiteral("KT1234");
         QTest::newRow("lower case and digits")
             << QStringLiteral("ab12cd") << true << QStringLiteral("AB12CD");
-        QTest::newRow("five") << QStringLiteral("ABCDE") << false << QStringLiteral("ABCDE");
         QTest::newRow("seven") << QStringLiteral("ABCDEFG") << false << QStringLiteral("ABCDEFG");
         QTest::newRow("empty") << QString() << false << QString();
-        QTest::newRow("six blanks") << QStringLiteral("      ") << false << QStringLiteral("      ");
         QTest::newRow("inner blank") << QStringLiteral("AB CDE") << false << QStringLiteral("AB CDE");
         QTest::newRow("surrounding blanks")
             << QStringLiteral(" ABCDEF ") << false << QStringLiteral(" ABCDEF ");
         QTest::newRow("hyphen") << QStringLiteral("AB-CDE") << false << QStringLiteral("AB-CDE");
-        QTest::newRow("underscore") << QStringLiteral("AB_CDE") << false << QStringLiteral("AB_CDE");
-        QTest::newRow("tab") << QStringLiteral("AB\tCDE") << false << QStringLiteral("AB\tCDE");
-        QTest::newRow("symbol") << QStringLiteral("AB$CDE") << false << QStringLiteral("AB$CDE");
         QTest::newRow("accented letters") << QStringLiteral("éèàüñç") << true << QStringLiteral("ÉÈÀÜÑÇ");
-        QTest::newRow("Greek") << QStringLiteral("αβγδεζ") << true << QStringLiteral("ΑΒΓΔΕΖ");
         QTest::newRow("CJK") << QStringLiteral("東京大阪名古") << true << QStringLiteral("東京大阪名古");
         QTest::newRow("Arabic-Indic digits") << QStringLiteral("١٢٣٤٥٦") << true << QStringLiteral("١٢٣٤٥٦");
         // e + combining acute is one character on screen.

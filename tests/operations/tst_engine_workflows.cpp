@@ -143,23 +143,45 @@ QString expand(QString s)
 // matching `token` and that run has shown its first output (a hung tool
 // prints its first line, then waits) or two seconds have passed: what
 // quitting does to a tool that hangs, at a moment that does not depend on the
-// machine's speed.
+// machine's speed. With an engine to stop, the operator's Stop comes first,
+// as soon as the run has started; once the face has shown its answer, the
+// action `next` is asked for if any, and only a refused stop is followed by
+// the kill.
 class HangKiller
 {
 public:
-    HangKiller(const QString &token, const RecordingFace &face)
+    HangKiller(const QString &token, const RecordingFace &face, TapeEngine *stopper, QString *stopped,
+               std::optional<Action> next)
     {
         const qsizetype before = face.toolBytes.size();
-        QObject::connect(&m_timer, &QTimer::timeout, [this, token, &face, before] {
+        QObject::connect(&m_timer, &QTimer::timeout, [=, this, &face] {
             const QList<QStringList> all = runs();
             if (!m_seen.isValid() && std::any_of(all.cbegin(), all.cend(),
                                                  [&](const QStringList &r) { return runMatches(r, token); }))
                 m_seen.start();
-            if (m_seen.isValid() && children::liveCount() > 0 &&
-                (face.toolBytes.size() > before || m_seen.elapsed() > 2000)) {
-                children::killAll();
-                m_timer.stop();
+            if (!m_seen.isValid())
+                return;
+            if (stopper && stopped->isEmpty()) {
+                m_shownAtStop = face.shown.size();
+                const TapeEngine::StopResult r = stopper->stop();
+                *stopped = r == TapeEngine::StopResult::Refused   ? QStringLiteral("refused")
+                           : r == TapeEngine::StopResult::Stopped ? QStringLiteral("stopped")
+                                                                  : QStringLiteral("nothing to stop");
+                return;
             }
+            if (stopper && (face.shown.size() == m_shownAtStop || (*stopped == "stopped" && face.busy)))
+                return;
+            if (next && !m_nextAsked) {
+                m_nextAsked = true;
+                stopper->perform(*next);
+            }
+            if (*stopped != QStringLiteral("stopped")) {
+                if (children::liveCount() == 0 ||
+                    (face.toolBytes.size() == before && m_seen.elapsed() < 2000))
+                    return;
+                children::killAll();
+            }
+            m_timer.stop();
         });
         m_timer.start(20);
     }
@@ -167,6 +189,8 @@ public:
 private:
     QTimer m_timer;
     QElapsedTimer m_seen;
+    qsizetype m_shownAtStop = 0;
+    bool m_nextAsked = false;
 };
 
 // Where a case failed: its line, what was expected and what was found.
@@ -250,6 +274,7 @@ private:
         QStringList recordedRuns;   // what ran up to the end of the last action
         std::unique_ptr<QTimer> healer;
         QMap<QString, QVariant> storeBefore;
+        QString stopped; // what the last Stop got: "stopped" or "refused"
         const auto fail = [&](const QString &line, const QString &actual) {
             failures += mismatch(line, actual) + QLatin1Char('\n');
         };
@@ -328,10 +353,18 @@ private:
             } else if (word == QStringLiteral("do")) {
                 if (storeBefore.isEmpty())
                     storeBefore = storeContents();
-                const QString hangAt = rest.section(QLatin1Char(' '), 1);
+                // "TOOL:WORD" kills at that run; "stop:TOOL:WORD[+ACTION]" stops
+                // there first, then asks for ACTION
+                QString hangAt = rest.section(QLatin1Char(' '), 1).section(QLatin1Char('+'), 0, 0);
+                const QString next = rest.section(QLatin1Char(' '), 1).section(QLatin1Char('+'), 1);
+                const bool stopFirst = hangAt.startsWith(QStringLiteral("stop:"));
+                hangAt.remove(QRegularExpression(QStringLiteral("^stop:")));
+                stopped.clear();
                 std::unique_ptr<HangKiller> killer;
                 if (!hangAt.isEmpty())
-                    killer = std::make_unique<HangKiller>(hangAt, face);
+                    killer = std::make_unique<HangKiller>(
+                        hangAt, face, stopFirst ? &engine : nullptr, &stopped,
+                        next.isEmpty() ? std::nullopt : std::optional<Action>(kActions.value(next)));
                 // "a+b": b is asked for while a runs
                 const QStringList asks = rest.section(QLatin1Char(' '), 0, 0).split(QLatin1Char('+'));
                 for (int k = 1; k < asks.size(); ++k) {
@@ -361,6 +394,10 @@ private:
             } else if (word == QStringLiteral("pane-has") || word == QStringLiteral("pane-lacks")) {
                 if (face.pane.contains(rest) != (word == QStringLiteral("pane-has")))
                     fail(line, face.pane);
+            } else if (word == QStringLiteral("shown")) {
+                // shown at some time, though cleared since
+                if (!face.shown.contains(rest))
+                    fail(line, face.shown);
             } else if (word == QStringLiteral("pane-ends")) {
                 if (!face.pane.endsWith(rest))
                     fail(line, face.pane);
@@ -392,6 +429,14 @@ private:
                         got << r.join(QLatin1Char(' '));
                     fail(line, got.join(QStringLiteral(" | ")));
                 }
+            } else if (word == QStringLiteral("stop-was")) {
+                if (stopped != rest)
+                    fail(line, stopped);
+            } else if (word == QStringLiteral("last-run")) {
+                // nothing ran after the hung tool
+                const QList<QStringList> all = runs();
+                if (all.isEmpty() || !runMatches(all.constLast(), rest))
+                    fail(line, all.isEmpty() ? QString() : all.constLast().join(QLatin1Char(' ')));
             } else if (word == QStringLiteral("ran")) {
                 const QList<QStringList> all = runs();
                 if (!all.contains(rest.split(QLatin1Char(' '))))

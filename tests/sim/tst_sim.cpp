@@ -106,8 +106,6 @@ private Q_SLOTS:
              "LTFS15023I Formatting failed.\n"});
         row("forced", "", "mkltfs -d 61 -f -s XYZ789 -n Again", "", 0, "-",
             {"LTFS15049I Checking the medium (load).\n", "LTFS15024I Medium formatted successfully.\n"});
-        row("short serial", "", "mkltfs --device=62 --tape-serial=ABC12", "", 16, "-",
-            {"LTFS15029E Tape serial must be 6 characters.\n"});
         row("format, drive held after umount",
             "ltfs /tmp/ltfs/mnt/61 -o devname=61 -o eject && umount /tmp/ltfs/mnt/61",
             "mkltfs --device=61 --force", "", 8, "-",
@@ -135,9 +133,6 @@ private Q_SLOTS:
             {});
         row("umount unlists at once", mount61, "umount -v /tmp/ltfs/mnt/61 && mount | grep -c ltfs:", "", 1,
             "0\n", {"umount: /tmp/ltfs/mnt/61 unmounted\n"});
-        row("exit code fault", "", "itdt -f tape61 unload", "tape61:unload=6", 6, "Initializing device...\n",
-            {});
-        row("exit code fault, mkltfs", "", "mkltfs --device=62", "tape62:mkltfs=8", 8, "-", formatFailed);
         row("exit code fault, ltfs by device path", "", "ltfs /tmp/ltfs/mnt/62 -o devname=/dev/IBMtape64",
             "IBMtape64:ltfs=1", 1, "-", {" LTFS14013E Cannot mount the volume.\n"});
         // Regression: a fault named by a device path missed runs given its short name.

@@ -21,6 +21,7 @@ class RecordingFace final : public Face
 {
 public:
     QString pane;
+    QString shown;      // all the pane ever showed, clearing or not
     QStringList events; // "status <Action> <n>", "caption X", "progress started|ended", "drives N"
     QHash<Action, int> status;
     QList<DrivePtr> listed;
@@ -29,7 +30,11 @@ public:
     bool busy = false;
 
     void clearPane() override { pane.clear(); }
-    void appendToPane(const QString &text) override { pane += text; }
+    void appendToPane(const QString &text) override
+    {
+        pane += text;
+        shown += text;
+    }
     void setStatus(Action action, int s) override;
     void setMountCaption(const QString &caption) override;
     void progressStarted() override;
