@@ -7,8 +7,10 @@
 #include "operations/MountParsing.h"
 #include "operations/PaneText.h"
 #include "operations/VolumeName.h"
+#include "support/Dialogs.h"
 #include "support/EngineHarness.h"
 #include "support/TestEnv.h"
+#include "tools/Console.h"
 
 #include <QCoreApplication>
 #include <QTest>
@@ -183,6 +185,27 @@ private Q_SLOTS:
         QCOMPARE(withoutLastGrapheme(QStringLiteral("ABe\u0301")), QStringLiteral("AB"));
         QCOMPARE(withoutLastGrapheme(QStringLiteral("A\U0001F600")), QStringLiteral("A"));
         QCOMPARE(withoutLastGrapheme(QString()), QString());
+    }
+
+    // With no one to ask (before a face installs its answers), every question
+    // is declined, and the console says what was not asked.
+    void noOneToAskDeclinesAll()
+    {
+        QVERIFY(!hasDialogProvider());
+        setConsoleStream(stdout);
+        const QList<QByteArray> console = consoleOf([] {
+            DialogProvider &d = dialogs();
+            QCOMPARE(d.getString(QStringLiteral("Name"), QStringLiteral("Six letters?"), QString()), "-1");
+            QCOMPARE(d.userOptionPrompt(QStringLiteral("Go?"), {}, {}, {}), 1);
+            QCOMPARE(d.pickFile({}), QString());
+            QCOMPARE(d.pickFolder(), QStringLiteral("-1"));
+            QVERIFY(!d.confirm(QStringLiteral("Sure?"), QStringLiteral("It erases.")));
+            d.inform(QStringLiteral("Done"), QStringLiteral("all of it"));
+        });
+        setConsoleStream(nullptr);
+        QCOMPARE(console.size(), 6);
+        QCOMPARE(console.first(), "Declined (no one to ask): Name Six letters?");
+        QCOMPARE(console.last(), "Done all of it");
     }
 
     void aMegabyteLineArrivesWholeInShortLines()
