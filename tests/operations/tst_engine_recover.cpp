@@ -59,6 +59,9 @@ private Q_SLOTS:
         QTest::newRow("device error")
             << Action::Mount << QByteArray("tape92:ltfsck=8") << QStringList{"0", "0"} << asked
             << refused + "use the drive \\(exit status 8, a device error" << 1;
+        QTest::newRow("a status with no verdict of its own")
+            << Action::Mount << QByteArray("tape92:ltfsck=64") << QStringList{"0", "0"} << asked
+            << refused + "exit status 64 \\(a library error\\); the volume was not recovered" << 1;
         QTest::newRow("no ltfsck beside ltfs")
             << Action::Recover << QByteArray("bare") << QStringList{"0"} << QStringList{"Recover Volume"}
             << "ltfsck was not found at /nowhere/ltfsck" << 1;

@@ -69,6 +69,7 @@ const QMap<QString, Action> kActions{
     {QStringLiteral("dump"), Action::RetrieveLog},
     {QStringLiteral("upgrade"), Action::Upgrade},
     {QStringLiteral("clear"), Action::ClearMountedDrives},
+    {QStringLiteral("recover"), Action::Recover},
 };
 
 const QStringList kStatusNames{QStringLiteral("complete"), QStringLiteral("fail"),
