@@ -280,6 +280,79 @@ private:
             failures += mismatch(line, actual) + QLatin1Char('\n');
         };
 
+        // The checks that read one thing back: what was found, in the form the
+        // case's line expects it.
+        const auto yesNo = [](bool b) { return b ? QStringLiteral("yes") : QStringLiteral("no"); };
+        const auto runText = [](const QList<QStringList> &all) {
+            QStringList got;
+            for (const QStringList &r : all)
+                got << r.join(QLatin1Char(' '));
+            return got.join(QStringLiteral(" | "));
+        };
+        const QHash<QString, std::function<QString(const QString &)>> checks{
+            {QStringLiteral("asked"), [&](const QString &) { return asked.join(QLatin1Char(';')); }},
+            {QStringLiteral("status"),
+             [&](const QString &want) {
+                 const QString name = want.section(QLatin1Char(' '), 0, 0);
+                 const Action a = kActions.value(name);
+                 return name + QLatin1Char(' ') +
+                        (face.status.contains(a) ? kStatusNames.value(face.status.value(a))
+                                                 : QStringLiteral("-"));
+             }},
+            {QStringLiteral("caption"),
+             [&](const QString &) {
+                 const QStringList captions =
+                     face.events.filter(QRegularExpression(QStringLiteral("^caption ")));
+                 return captions.isEmpty() ? QStringLiteral("-") : captions.last().mid(8);
+             }},
+            {QStringLiteral("runs"),
+             [&](const QString &want) {
+                 const QList<QStringList> all = runs();
+                 const QStringList tokens = want.isEmpty() ? QStringList() : want.split(QLatin1Char(' '));
+                 bool same = all.size() == tokens.size();
+                 for (int r = 0; same && r < all.size(); ++r)
+                     same = runMatches(all[r], tokens[r]);
+                 return same ? want : runText(all);
+             }},
+            {QStringLiteral("last-run"), // nothing ran after it
+             [&](const QString &want) {
+                 const QList<QStringList> all = runs();
+                 return !all.isEmpty() && runMatches(all.constLast(), want) ? want : runText(all);
+             }},
+            {QStringLiteral("ran"),
+             [&](const QString &want) {
+                 return runs().contains(want.split(QLatin1Char(' '))) ? want : runText(runs());
+             }},
+            {QStringLiteral("stop-was"), [&](const QString &) { return stopped; }},
+            {QStringLiteral("record"), // the serials recorded as mounted, "-" for none
+             [&](const QString &) {
+                 const QStringList serials =
+                     SettingsStore::textList(DriveStateStore::kMountedDrivesKey).value_or(QStringList());
+                 return serials.isEmpty() ? QStringLiteral("-") : serials.join(QLatin1Char(' '));
+             }},
+            {QStringLiteral("key"),
+             [&](const QString &want) {
+                 const QString key = want.section(QLatin1Char('='), 0, 0);
+                 return key + QLatin1Char('=') + SettingsStore::text(key).value_or(QStringLiteral("-"));
+             }},
+            {QStringLiteral("store-unchanged"),
+             [&](const QString &) {
+                 return storeContents() == storeBefore ? QString() : QStringLiteral("changed");
+             }},
+            {QStringLiteral("mounted"),
+             [&](const QString &) {
+                 const DrivePtr d = engine.selectedDrive.get();
+                 return yesNo(d && d->mounted()) + QStringLiteral(" table ") + yesNo(engine.isTapeMounted());
+             }},
+            {QStringLiteral("code"), [&](const QString &) { return engine.lastExitCode.get(); }},
+            {QStringLiteral("file-is"),
+             [&](const QString &want) {
+                 const QString path = want.section(QLatin1Char(' '), 0, 0);
+                 return path + QLatin1Char(' ') + QString::fromUtf8(readFile(path));
+             }},
+            {QStringLiteral("listed"), [&](const QString &) { return QString::number(face.listed.size()); }},
+        };
+
         for (int i = 0; i < lines.size(); ++i) {
             const QString &line = lines[i];
             const QString word = line.section(QLatin1Char(' '), 0, 0);
@@ -402,79 +475,9 @@ private:
             } else if (word == QStringLiteral("pane-ends")) {
                 if (!face.pane.endsWith(rest))
                     fail(line, face.pane);
-            } else if (word == QStringLiteral("asked")) {
-                if (asked.join(QLatin1Char(';')) != rest)
-                    fail(line, asked.join(QLatin1Char(';')));
-            } else if (word == QStringLiteral("status")) {
-                const Action a = kActions.value(rest.section(QLatin1Char(' '), 0, 0));
-                const QString want = rest.section(QLatin1Char(' '), 1);
-                const QString got =
-                    face.status.contains(a) ? kStatusNames.value(face.status.value(a)) : QStringLiteral("-");
-                if (got != want)
+            } else if (const auto check = checks.find(word); check != checks.end()) {
+                if (const QString got = (*check)(rest); got != rest)
                     fail(line, got);
-            } else if (word == QStringLiteral("caption")) {
-                const QStringList captions =
-                    face.events.filter(QRegularExpression(QStringLiteral("^caption ")));
-                const QString got = captions.isEmpty() ? QStringLiteral("-") : captions.last().mid(8);
-                if (got != rest)
-                    fail(line, got);
-            } else if (word == QStringLiteral("runs")) {
-                const QList<QStringList> all = runs();
-                const QStringList want = rest.isEmpty() ? QStringList() : rest.split(QLatin1Char(' '));
-                bool same = all.size() == want.size();
-                for (int r = 0; same && r < all.size(); ++r)
-                    same = runMatches(all[r], want[r]);
-                if (!same) {
-                    QStringList got;
-                    for (const QStringList &r : all)
-                        got << r.join(QLatin1Char(' '));
-                    fail(line, got.join(QStringLiteral(" | ")));
-                }
-            } else if (word == QStringLiteral("stop-was")) {
-                if (stopped != rest)
-                    fail(line, stopped);
-            } else if (word == QStringLiteral("last-run")) {
-                // nothing ran after the hung tool
-                const QList<QStringList> all = runs();
-                if (all.isEmpty() || !runMatches(all.constLast(), rest))
-                    fail(line, all.isEmpty() ? QString() : all.constLast().join(QLatin1Char(' ')));
-            } else if (word == QStringLiteral("ran")) {
-                const QList<QStringList> all = runs();
-                if (!all.contains(rest.split(QLatin1Char(' '))))
-                    fail(line, QStringLiteral("not run"));
-            } else if (word == QStringLiteral("record")) {
-                // the serials recorded as mounted, "-" for none
-                const QString got = SettingsStore::textList(DriveStateStore::kMountedDrivesKey)
-                                        .value_or(QStringList())
-                                        .join(QLatin1Char(' '));
-                if (got != (rest == QStringLiteral("-") ? QString() : rest))
-                    fail(line, got);
-            } else if (word == QStringLiteral("key")) {
-                const QString got =
-                    SettingsStore::text(rest.section(QLatin1Char('='), 0, 0)).value_or(QStringLiteral("-"));
-                if (got != rest.section(QLatin1Char('='), 1))
-                    fail(line, got);
-            } else if (word == QStringLiteral("store-unchanged")) {
-                if (storeContents() != storeBefore)
-                    fail(line, QStringLiteral("changed"));
-            } else if (word == QStringLiteral("mounted")) {
-                const DrivePtr d = engine.selectedDrive.get();
-                const QString got =
-                    QStringLiteral("%1 table %2")
-                        .arg(d && d->mounted() ? QStringLiteral("yes") : QStringLiteral("no"),
-                             engine.isTapeMounted() ? QStringLiteral("yes") : QStringLiteral("no"));
-                if (got != rest)
-                    fail(line, got);
-            } else if (word == QStringLiteral("code")) {
-                if (engine.lastExitCode.get() != rest)
-                    fail(line, engine.lastExitCode.get());
-            } else if (word == QStringLiteral("file-is")) {
-                const QString got = QString::fromUtf8(readFile(rest.section(QLatin1Char(' '), 0, 0)));
-                if (got != rest.section(QLatin1Char(' '), 1))
-                    fail(line, got);
-            } else if (word == QStringLiteral("listed")) {
-                if (QString::number(face.listed.size()) != rest)
-                    fail(line, QString::number(face.listed.size()));
             } else {
                 fail(line, QStringLiteral("unknown step"));
             }
