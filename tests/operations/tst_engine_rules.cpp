@@ -13,6 +13,7 @@
 #include "tools/Console.h"
 
 #include <QCoreApplication>
+#include <QProcess>
 #include <QTest>
 
 using namespace tapedesk;
@@ -126,6 +127,33 @@ private Q_SLOTS:
         QFETCH(bool, mounted);
         QCOMPARE(mountOutputShows(table, name), mounted);
         QCOMPARE(mountAnswerFor(table, name), mounted ? MountAnswer::Yes : MountAnswer::No);
+    }
+
+    // A process working in the volume, or holding a file of it open, is named
+    // as what keeps it busy.
+    void busyVolumeNamesItsHolders()
+    {
+        const QString point = makeDir(QStringLiteral("volume"));
+        QProcess cwd;
+        cwd.setWorkingDirectory(point);
+        cwd.start(QStringLiteral("sleep"), {QStringLiteral("30")});
+        QProcess open;
+        open.start(QStringLiteral("sh"),
+                   {QStringLiteral("-c"), QStringLiteral("exec 3>%1/f; echo; exec sleep 30").arg(point)});
+        QVERIFY(cwd.waitForStarted() && open.waitForReadyRead());
+        const QStringList lines = volumeUsersLines(volumeUsersOf(point));
+        cwd.kill();
+        open.kill();
+        QCOMPARE(lines.size(), 2);
+        QVERIFY2(lines.contains(QStringLiteral("The volume is busy: sleep (pid %1) holds %2")
+                                    .arg(cwd.processId())
+                                    .arg(point)),
+                 qPrintable(lines.join('\n')));
+        // (the shell may not have become sleep yet)
+        QCOMPARE(lines.filter(QStringLiteral(" (pid %1) holds %2/f").arg(open.processId()).arg(point)).size(),
+                 1);
+        cwd.waitForFinished();
+        open.waitForFinished();
     }
 
     void rule_data()
