@@ -184,8 +184,7 @@ private Q_SLOTS:
             DialogScript script;
             script.press(QStringLiteral("Ok"));
             vc.ui.btnMount->click();
-            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")));
-            QVERIFY(waitForIdle(vc));
+            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
             QVERIFY(paneText(vc).contains(cannotSave));
             QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
             // A failed write takes nothing from what is read.
@@ -289,11 +288,10 @@ private Q_SLOTS:
         QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
         // The record TapeDesk kept of its mount: the card that reads mounted.
         const QList<DrivePtr> cards = tape.driveModel()->drives();
-        const auto card = std::find_if(cards.begin(), cards.end(), [](const DrivePtr &d) {
-            return d->mounted() && d->id() == QStringLiteral("tape56");
-        });
-        QVERIFY(card != cards.end());
-        tape.ui.tableView->selectRow(static_cast<int>(card - cards.begin()));
+        for (int row = 0; row < cards.size(); ++row) {
+            if (cards[row]->mounted() && cards[row]->id() == QStringLiteral("tape56"))
+                tape.ui.tableView->selectRow(row);
+        }
         tape.ui.paneTabs->setCurrentWidget(tape.volumeView());
         QVERIFY2(
             waitUntil([&] { return tape.volumeView()->stateText().startsWith(QStringLiteral("As LTFS")); }),

@@ -74,36 +74,31 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         // One of standard output's lines begins so (standard error's when it is empty).
         QTest::addColumn<QString>("line");
-        const auto row = [](const char *tag, bool mountFirst, const char *fault, const QStringList &arguments,
+        const auto row = [](const char *tag, bool mountFirst, const char *fault, const char *arguments,
                             int status, const char *line) {
-            QTest::newRow(tag) << mountFirst << QByteArray(fault) << arguments << status
-                               << QString::fromUtf8(line);
+            QTest::newRow(tag) << mountFirst << QByteArray(fault) << QString::fromUtf8(arguments).split(' ')
+                               << status << QString::fromUtf8(line);
         };
-        row("mount", false, "", {"mount", "71", "--yes"}, 0, "Mount Complete");
-        row("mount asks first", false, "", {"mount", "71"}, 3, "Refused: the question above needs --yes.");
-        row("mount twice", true, "", {"mount", "71", "--yes"}, 3,
-            "tape71 is already mounted; unmount it first.");
-        row("unmount waits for ltfs", true, "delay", {"unmount", "tape71"}, 0, "End unMountDrive");
-        row("format blank, eject", false, "", {"format", "72", "--name", "AB1234", "--then", "eject"}, 0,
+        row("mount", false, "", "mount 71 --yes", 0, "Mount Complete");
+        row("mount asks first", false, "", "mount 71", 3, "Refused: the question above needs --yes.");
+        row("mount twice", true, "", "mount 71 --yes", 3, "tape71 is already mounted; unmount it first.");
+        row("unmount waits for ltfs", true, "delay", "unmount tape71", 0, "End unMountDrive");
+        row("format blank, eject", false, "", "format 72 --name AB1234 --then eject", 0,
             "--volume-name= AB1234");
-        row("format needs --force", false, "", {"format", "71", "--name", "AB1234", "--then", "eject"}, 3,
+        row("format needs --force", false, "", "format 71 --name AB1234 --then eject", 3,
             "Tape is already formated");
         row("format by serial, --force, mount", false, "",
-            {"format", "1013000171", "--name", "AB1234", "--then", "mount", "--force"}, 0, "Mount Complete");
-        row("format needs --then", false, "", {"format", "72", "--name", "AB1234"}, 3,
+            "format 1013000171 --name AB1234 --then mount --force", 0, "Mount Complete");
+        row("format needs --then", false, "", "format 72 --name AB1234", 3,
             "Refused: format needs --then mount or --then eject (what follows it).");
-        row("firmware", false, "", {"firmware", "71", "--file", "FW", "--yes"}, 0,
-            "Firmware Update Complete");
-        row("dump", false, "", {"dump", "71", "--to", "DIR"}, 0, "Contact Corvel Support At ");
-        row("test fails", false, "tape71:load=4", {"test", "71", "--yes"}, 1,
+        row("firmware", false, "", "firmware 71 --file FW --yes", 0, "Firmware Update Complete");
+        row("dump", false, "", "dump 71 --to DIR", 0, "Contact Corvel Support At ");
+        row("test fails", false, "tape71:load=4", "test 71 --yes", 1,
             "TEST failed - Please try with another tape");
-        row("test on a mounted tape", true, "", {"test", "71", "--yes"}, 3,
-            "Error: Tape needs to be un-mounted");
-        row("recover", false, "", {"recover", "93", "--yes"}, 0, "Volume Recovered");
-        row("mount --yes leaves ltfsck to recover", false, "", {"mount", "93", "--yes"}, 1,
-            "Recovery canceled");
-        row("unknown drive", false, "", {"test", "nosuch", "--yes"}, 2,
-            "  tape72  name 72  serial 1013000172");
+        row("test on a mounted tape", true, "", "test 71 --yes", 3, "Error: Tape needs to be un-mounted");
+        row("recover", false, "", "recover 93 --yes", 0, "Volume Recovered");
+        row("mount --yes leaves ltfsck to recover", false, "", "mount 93 --yes", 1, "Recovery canceled");
+        row("unknown drive", false, "", "test nosuch --yes", 2, "  tape72  name 72  serial 1013000172");
     }
     void commands()
     {
