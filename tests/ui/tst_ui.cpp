@@ -114,19 +114,14 @@ void clickRow(ViewController &vc, int row)
                       vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
 }
 
-// A minimal HTTP/1.1 server on 127.0.0.1: records each request (the names of
-// the headers TapeDesk sets in the order sent) and answers the next queued body.
+// A minimal HTTP/1.1 server on 127.0.0.1: records each request as the
+// headers TapeDesk sets ("name: value" lines in the order sent), an empty line
+// and the body, and answers the next queued body.
 class TokenServer : public QObject
 {
 public:
-    struct Request
-    {
-        QList<QByteArray> names;
-        QHash<QByteArray, QByteArray> headers;
-        QByteArray body;
-    };
     QList<QByteArray> answers;
-    QList<Request> requests;
+    QList<QByteArray> requests;
 
     TokenServer()
     {
@@ -143,18 +138,20 @@ private:
     {
         m_buffer += s->readAll();
         const qsizetype end = m_buffer.indexOf("\r\n\r\n");
-        Request r;
+        QByteArray request;
+        qsizetype length = 0;
         for (const QByteArray &line : m_buffer.left(end).split('\n').mid(1)) {
             const QByteArray name = line.left(line.indexOf(':')).toLower();
-            r.headers.insert(name, line.mid(line.indexOf(':') + 1).trimmed());
-            if (name == "content-type" || name == "accept" || name == "authorization")
-                r.names << name;
+            const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed();
+            if (name == "content-length")
+                length = value.toLongLong();
+            else if (name == "content-type" || name == "accept" || name == "authorization")
+                request += name + ": " + value + '\n';
         }
-        if (end < 0 || m_buffer.size() < end + 4 + r.headers.value("content-length").toInt())
+        if (end < 0 || m_buffer.size() < end + 4 + length)
             return;
-        r.body = m_buffer.mid(end + 4);
+        requests << request + '\n' + m_buffer.mid(end + 4);
         m_buffer.clear();
-        requests << r;
         const QByteArray body = answers.isEmpty() ? QByteArray("{}") : answers.takeFirst();
         s->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
                  QByteArray::number(body.size()) + "\r\n\r\n" + body);
@@ -438,7 +435,6 @@ private Q_SLOTS:
             QList<QLineEdit *>{pane.txtITDT, pane.txtLTFS, pane.txtMK, pane.txtOutput}[i]->setText(typed[i]);
         pane.ui.btnSave->click();
         QCOMPARE(stored(), typed);
-        QCOMPARE(*LTFS_PATH.get(), typed[1]);
         // The status is read by what it says, not by a fixed name.
         QCOMPARE(read(pane.lblStatus, QAccessible::Name), QStringLiteral("Preferences have been saved."));
 
@@ -661,25 +657,19 @@ private Q_SLOTS:
         QCOMPARE(login.accessToken, token); // the second answer's is not used
         if (requests < 2)
             return;
-        const QByteArray firstBody = "client_id=" + login.client_id.toUtf8() +
-                                     "&client_secret=" + login.secret.toUtf8() +
-                                     "&audience=" + server.base().toUtf8() +
-                                     "api/v2/&grant_type=client_credentials"; // ":" and "/" unencoded
         // The endpoint's text keeps the base's "/" and its own; the path goes out normalised.
         QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
-        const TokenServer::Request &first = server.requests[0];
-        QCOMPARE(first.body, firstBody);
-        QCOMPARE(first.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
-        const TokenServer::Request &second = server.requests[1];
-        QCOMPARE(second.body, "client_id=" + login.client_id.toUtf8() +
-                                  "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
-        QCOMPARE(first.names + second.names,
-                 (QByteArrayList{"content-type", "accept", "content-type", "accept", "authorization"}));
-        QCOMPARE(second.headers.value("authorization"), QByteArray("Bearer tok-123"));
+        const QByteArray form = "content-type: application/x-www-form-urlencoded\naccept: application/json\n";
+        QCOMPARE(server.requests[0], form + "\nclient_id=" + login.client_id.toUtf8() + "&client_secret=" +
+                                         login.secret.toUtf8() + "&audience=" + server.base().toUtf8() +
+                                         "api/v2/&grant_type=client_credentials"); // ":" and "/" unencoded
+        QCOMPARE(server.requests[1],
+                 form + "authorization: Bearer tok-123\n\nclient_id=" + login.client_id.toUtf8() +
+                     "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
         // A later login carries the token it has.
         login.btnLogin();
         QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
-        QCOMPARE(server.requests[2].headers.value("authorization"), QByteArray("Bearer tok-123"));
+        QVERIFY(server.requests[2].contains("\nauthorization: Bearer tok-123\n"));
     }
 
     void liveOperation_data()
