@@ -57,7 +57,7 @@ void PreferencesViewController::viewDidLoad()
 
     lblStatus = new QLabel(this);
     lblStatus->setObjectName(QStringLiteral("lblStatus"));
-    lblStatus->setAccessibleName(QStringLiteral("Preferences status"));
+    lblStatus->setAccessibleDescription(QStringLiteral("Preferences status"));
 
     auto *form = new QFormLayout;
     auto row = [&](const QString &label, QLineEdit *edit, QPushButton *choose) {

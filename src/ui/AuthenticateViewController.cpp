@@ -78,7 +78,7 @@ void AuthenticateViewController::viewDidLoad()
     m_login->setAccessibleName(QStringLiteral("Log in"));
     lblStatus = new QLabel(this);
     lblStatus->setObjectName(QStringLiteral("lblStatus"));
-    lblStatus->setAccessibleName(QStringLiteral("Login status"));
+    lblStatus->setAccessibleDescription(QStringLiteral("Login status"));
 
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(caption);

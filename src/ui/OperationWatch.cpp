@@ -28,7 +28,7 @@ OperationWatch::OperationWatch(TapeEngine &engine, QWidget *window)
     m_liveView->setPalette(pane);
 
     m_elapsed->setObjectName(QStringLiteral("lblElapsed"));
-    m_elapsed->setAccessibleName(QStringLiteral("Running operation"));
+    m_elapsed->setAccessibleDescription(QStringLiteral("Running operation"));
     QSizePolicy keep = m_elapsed->sizePolicy();
     keep.setRetainSizeWhenHidden(true);
     m_elapsed->setSizePolicy(keep);
@@ -88,7 +88,7 @@ void OperationWatch::tick()
     const TapeEngine::OperationRecord &op = m_engine.lastOperation();
     const QString text = op.title + QStringLiteral(" — ") + elapsedText(op.clock.elapsed());
     m_elapsed->setText(text);
-    m_elapsed->setAccessibleDescription(text);
+    m_elapsed->setAccessibleName(text);
 }
 
 void OperationWatch::operationEnded()

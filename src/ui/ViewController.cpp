@@ -123,7 +123,7 @@ void ViewController::buildLayout()
     // A screen reader reads the caption itself (kept so by setMountCaption);
     // what it is for goes into the description.
     ui.lblMount->setAccessibleName(ui.lblMount->text());
-    ui.lblMount->setAccessibleDescription(QStringLiteral("What the Mount button does next"));
+    ui.lblMount->setAccessibleDescription(QStringLiteral("Mount Action"));
     ui.lblMount->setAlignment(Qt::AlignCenter);
     ui.lblMount->setMinimumWidth(90);
     QFont labelFont = ui.lblMount->font();

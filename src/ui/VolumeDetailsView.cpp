@@ -70,7 +70,7 @@ VolumeDetailsView::VolumeDetailsView(TapeEngine &engine, QWidget *parent) : QWid
         auto *field = new QLabel(value, this);
         field->setTextInteractionFlags(Qt::TextSelectableByMouse);
         field->setWordWrap(true);
-        field->setAccessibleName(label);
+        field->setAccessibleDescription(label);
         m_form->addRow(label + QLatin1Char(':'), field);
         m_values << field;
     }

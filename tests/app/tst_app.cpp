@@ -15,7 +15,6 @@
 #include "support/EngineHarness.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
-#include "support/WorkflowFixture.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
@@ -49,33 +48,6 @@ const QByteArray kLibrary =
     "[drive]\nid = tape61\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000161\n"
     "address = H1-B0-T0-L0\nloaded = yes\ncartridge = yes\nbarcode = TD0061\n"
     "formatted = yes\nvolume = VOL61\n";
-
-// The library above, paths on the simulator, no fault, and one drive
-// remembered from an earlier mount that no fault may cost its record.
-void freshLibrary()
-{
-    resetSimulator();
-    QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-    if (state.open(QIODevice::WriteOnly))
-        state.write(kLibrary);
-    qunsetenv("TAPESIM_FAIL");
-    mountedDrives.set({});
-    driveList.clear();
-    SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
-    useSimulator();
-    DriveStateStore::saveDriveInfo(
-        *getSingleDrive(QStringLiteral("#0 tape7 - [HH8]-[F1A2] S/N:7777777777 x")));
-}
-
-QStringList titles(const QList<QAction *> &actions)
-{
-    QStringList out;
-    for (QAction *a : actions) {
-        if (!a->isSeparator())
-            out << a->text().remove(QLatin1Char('&'));
-    }
-    return out;
-}
 
 // The living processes of session `sid` (zombies only wait to be reaped).
 QStringList sessionMembers(pid_t sid)
@@ -115,7 +87,14 @@ private Q_SLOTS:
         }
     }
 
-    void init() { freshLibrary(); }
+    // The library above, paths on the simulator, no fault, and one drive
+    // remembered from an earlier mount that no fault may cost its record.
+    void init()
+    {
+        freshCase(kLibrary);
+        DriveStateStore::saveDriveInfo(
+            *getSingleDrive(QStringLiteral("#0 tape7 - [HH8]-[F1A2] S/N:7777777777 x")));
+    }
 
     void menusReachEachWindowOnce()
     {
@@ -125,13 +104,14 @@ private Q_SLOTS:
         delegate.applicationDidFinishLaunching();
         delegate.attachMainWindow(window);
 
-        QList<QAction *> commands;
-        for (QAction *top : window.menuBar()->actions())
-            commands += top->menu()->actions();
-        QCOMPARE(titles(window.menuBar()->actions() + commands),
-                 (QStringList{"TapeDesk", "Help", "Preferences…", "Account…", "Save Transcript…",
-                              "Open Journal Folder", "Quit", "TapeDesk Help", "Why Is My Drive Missing?",
-                              "Licence Agreement"}));
+        QStringList titles;
+        for (QAction *top : window.menuBar()->actions()) {
+            for (QAction *a : QList<QAction *>{top} + top->menu()->actions())
+                titles << (a->isSeparator() ? QString() : a->text().remove(QLatin1Char('&')));
+        }
+        QCOMPARE(titles, (QStringList{"TapeDesk", "Preferences…", "Account…", "", "Save Transcript…",
+                                      "Open Journal Folder", "", "Quit", "Help", "TapeDesk Help",
+                                      "Why Is My Drive Missing?", "Licence Agreement"}));
         // Each window is made once and comes back when asked again.
         for (int twice = 0; twice < 2; ++twice) {
             for (QAction *a : {delegate.actionPreferences, delegate.actionHelp, delegate.actionAccount,
@@ -204,8 +184,7 @@ private Q_SLOTS:
             DialogScript script;
             script.press(QStringLiteral("Ok"));
             vc.ui.btnMount->click();
-            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")));
-            QVERIFY(waitForIdle(vc));
+            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
             QVERIFY(paneText(vc).contains(cannotSave));
             QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
             // A failed write takes nothing from what is read.
@@ -288,15 +267,10 @@ private Q_SLOTS:
 
         // A tape mounted through the simulator, its details in the Volume tab:
         // a cartridge a quarter full whose drive asks for cleaning.
-        resetSimulator();
-        QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly));
-        state.write("[drive]\nid = tape56\nmodel = ULTRIUM-HH9\nserial = 1013000156\naddress = H1-B0-T6-L0\n"
-                    "cartridge = yes\nbarcode = TD0056\nformatted = yes\nvolume = PROJ56\n"
-                    "formatted-at = 2026-03-02T09:14:05.120000000Z\nloads = 41\nused-mb = 4100000\n"
-                    "tape-alert = 0x0000000000100000\n");
-        state.close();
-        useSimulator();
+        freshCase("[drive]\nid = tape56\nmodel = ULTRIUM-HH9\nserial = 1013000156\naddress = H1-B0-T6-L0\n"
+                  "cartridge = yes\nbarcode = TD0056\nformatted = yes\nvolume = PROJ56\n"
+                  "formatted-at = 2026-03-02T09:14:05.120000000Z\nloads = 41\nused-mb = 4100000\n"
+                  "tape-alert = 0x0000000000100000\n");
         QVERIFY(QDir().mkpath(QStringLiteral("/tmp/ltfs/mnt/56")));
         QCOMPARE(QProcess::execute(simBinDir() + QStringLiteral("/ltfs"),
                                    {QStringLiteral("/tmp/ltfs/mnt/56"), QStringLiteral("-o"),
@@ -314,26 +288,18 @@ private Q_SLOTS:
         QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
         // The record TapeDesk kept of its mount: the card that reads mounted.
         const QList<DrivePtr> cards = tape.driveModel()->drives();
-        const auto card = std::find_if(cards.begin(), cards.end(), [](const DrivePtr &d) {
-            return d->mounted() && d->id() == QStringLiteral("tape56");
-        });
-        QVERIFY(card != cards.end());
-        tape.ui.tableView->selectRow(static_cast<int>(card - cards.begin()));
+        for (int row = 0; row < cards.size(); ++row) {
+            if (cards[row]->mounted() && cards[row]->id() == QStringLiteral("tape56"))
+                tape.ui.tableView->selectRow(row);
+        }
         tape.ui.paneTabs->setCurrentWidget(tape.volumeView());
         QVERIFY2(
             waitUntil([&] { return tape.volumeView()->stateText().startsWith(QStringLiteral("As LTFS")); }),
             qPrintable(tape.volumeView()->stateText() + paneText(tape)));
         shoot(&tape, 300, "/volume-details.png");
-        resetSimulator();
         // A long format under way on a blank cartridge: the tool's output
         // live in its tab and the clock beside the progress.
-        resetSimulator();
-        QFile liveState(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-        QVERIFY(liveState.open(QIODevice::WriteOnly) &&
-                liveState.write(
-                    "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"));
-        liveState.close();
-        useSimulator();
+        freshCase("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n");
         ViewController formatting;
         formatting.show();
         QVERIFY(waitUntil([&] { return formatting.engine.lastOperation().ended; }));

@@ -1,11 +1,11 @@
 // ctest-timeout: 120
 // The real tapedesk-cli against the simulator: each row one command line, its
-// exit status and what it prints; then two processes on one drive, and a
-// signal. The program runs with no display and no platform plugin set.
+// exit status and what it prints; then two processes on one drive, a signal,
+// and the fleet playbook. The program runs with no display and no platform
+// plugin set.
 
-#include "support/TestEnv.h"
 #include "support/TestMain.h"
-#include "support/WorkflowFixture.h"
+#include "support/WindowHarness.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,13 +13,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QStandardPaths>
 #include <csignal>
 
 using namespace tapedesk::test;
 
 namespace {
 
-// Two drives of their own, so no mount point is shared with other tests.
+// Drives of their own, so no mount point is shared with other tests.
 const QByteArray kLibrary =
     "[drive]\nid = tape71\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000171\n"
     "address = H1-B0-T0-L0\nloaded = yes\ncartridge = yes\nbarcode = TD0071\n"
@@ -56,12 +57,6 @@ Result cli(const QStringList &arguments)
             QString::fromUtf8(p->readAllStandardError())};
 }
 
-bool mounted(const QString &name)
-{
-    return cli({QStringLiteral("--json"), QStringLiteral("scan")})
-        .out.contains(QStringLiteral("\"mounted\":true,\"name\":\"%1\"").arg(name));
-}
-
 } // namespace
 
 class CliTest : public QObject
@@ -69,80 +64,51 @@ class CliTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        freshWorkflowCase();
-        QDir().mkpath(TestHome::path() + QStringLiteral("/tapesim"));
-        QFile state(TestHome::path() + QStringLiteral("/tapesim/state.ini"));
-        QVERIFY(state.open(QIODevice::WriteOnly) && state.write(kLibrary) > 0);
-    }
-    void cleanup()
-    {
-        endWorkflowCase();
-        resetSimulator();
-    }
+    void init() { freshCase(kLibrary); }
 
     void commands_data()
     {
-        QTest::addColumn<QStringList>("before"); // a command run first, or none
-        QTest::addColumn<QByteArray>("fault");   // TAPESIM_FAIL
+        QTest::addColumn<bool>("mountFirst");  // tape71 mounted by a run before
+        QTest::addColumn<QByteArray>("fault"); // TAPESIM_FAIL, or "delay": the unmount waits
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("status");
-        QTest::addColumn<QString>(
-            "line"); // one of standard output's lines begins so (standard error's when it is empty)
-        const QStringList none;
-        const QStringList mount{"mount", "71", "--yes"};
-        QTest::newRow("scan") << none << QByteArray() << QStringList{"scan"} << 0 << "Scan Complete";
-        QTest::newRow("mount") << none << QByteArray() << mount << 0 << "Mount Complete";
-        QTest::newRow("mount asks first") << none << QByteArray() << QStringList{"mount", "71"} << 3
-                                          << "Refused: the question above needs --yes.";
-        QTest::newRow("mount twice") << mount << QByteArray() << mount << 3
-                                     << "tape71 is already mounted; unmount it first.";
-        QTest::newRow("unmount waits for ltfs")
-            << mount << QByteArray("delay") << QStringList{"unmount", "tape71"} << 0 << "End unMountDrive";
-        QTest::newRow("format blank, eject")
-            << none << QByteArray() << QStringList{"format", "72", "--name", "AB1234", "--then", "eject"} << 0
-            << "--volume-name= AB1234";
-        QTest::newRow("format needs --force")
-            << none << QByteArray() << QStringList{"format", "71", "--name", "AB1234", "--then", "eject"} << 3
-            << "Tape is already formated";
-        QTest::newRow("format --force, mount")
-            << none << QByteArray()
-            << QStringList{"format", "1013000171", "--name", "AB1234", "--then", "mount", "--force"} << 0
-            << "Mount Complete";
-        QTest::newRow("format needs --then")
-            << none << QByteArray() << QStringList{"format", "72", "--name", "AB1234"} << 3
-            << "Refused: format needs --then mount or --then eject (what follows it).";
-        QTest::newRow("firmware") << none << QByteArray()
-                                  << QStringList{"firmware", "71", "--file", "FW", "--yes"} << 0
-                                  << "Firmware Update Complete";
-        QTest::newRow("dump") << none << QByteArray() << QStringList{"dump", "71", "--to", "DIR"} << 0
-                              << "Contact Corvel Support At ";
-        QTest::newRow("test") << none << QByteArray() << QStringList{"test", "71", "--yes"} << 0
-                              << "Standard Test Complete";
-        QTest::newRow("test fails") << none << QByteArray("tape71:load=4")
-                                    << QStringList{"test", "71", "--yes"} << 1
-                                    << "TEST failed - Please try with another tape";
-        QTest::newRow("test on a mounted tape") << mount << QByteArray() << QStringList{"test", "71", "--yes"}
-                                                << 3 << "Error: Tape needs to be un-mounted";
-        QTest::newRow("validate") << none << QByteArray() << QStringList{"validate", "72", "--yes"} << 0
-                                  << "Host Validation Complete";
-        QTest::newRow("recover") << none << QByteArray() << QStringList{"recover", "93", "--yes"} << 0
-                                 << "Volume Recovered";
-        QTest::newRow("mount --yes leaves ltfsck to recover")
-            << none << QByteArray() << QStringList{"mount", "93", "--yes"} << 1 << "Recovery canceled";
-        QTest::newRow("unknown drive") << none << QByteArray() << QStringList{"test", "nosuch", "--yes"} << 2
-                                       << "  tape72  name 72  serial 1013000172";
+        // One of standard output's lines begins so (standard error's when it is empty).
+        QTest::addColumn<QString>("line");
+        const auto row = [](const char *tag, bool mountFirst, const char *fault, const char *arguments,
+                            int status, const char *line) {
+            QTest::newRow(tag) << mountFirst << QByteArray(fault) << QString::fromUtf8(arguments).split(' ')
+                               << status << QString::fromUtf8(line);
+        };
+        row("mount", false, "", "mount 71 --yes", 0, "Mount Complete");
+        row("mount asks first", false, "", "mount 71", 3, "Refused: the question above needs --yes.");
+        row("mount twice", true, "", "mount 71 --yes", 3, "tape71 is already mounted; unmount it first.");
+        row("unmount waits for ltfs", true, "delay", "unmount tape71", 0, "End unMountDrive");
+        row("format blank, eject", false, "", "format 72 --name AB1234 --then eject", 0,
+            "--volume-name= AB1234");
+        row("format needs --force", false, "", "format 71 --name AB1234 --then eject", 3,
+            "Tape is already formated");
+        row("format by serial, --force, mount", false, "",
+            "format 1013000171 --name AB1234 --then mount --force", 0, "Mount Complete");
+        row("format needs --then", false, "", "format 72 --name AB1234", 3,
+            "Refused: format needs --then mount or --then eject (what follows it).");
+        row("firmware", false, "", "firmware 71 --file FW --yes", 0, "Firmware Update Complete");
+        row("dump", false, "", "dump 71 --to DIR", 0, "Contact Corvel Support At ");
+        row("test fails", false, "tape71:load=4", "test 71 --yes", 1,
+            "TEST failed - Please try with another tape");
+        row("test on a mounted tape", true, "", "test 71 --yes", 3, "Error: Tape needs to be un-mounted");
+        row("recover", false, "", "recover 93 --yes", 0, "Volume Recovered");
+        row("mount --yes leaves ltfsck to recover", false, "", "mount 93 --yes", 1, "Recovery canceled");
+        row("unknown drive", false, "", "test nosuch --yes", 2, "  tape72  name 72  serial 1013000172");
     }
     void commands()
     {
-        QFETCH(QStringList, before);
+        QFETCH(bool, mountFirst);
         QFETCH(QByteArray, fault);
         QFETCH(QStringList, arguments);
         QFETCH(int, status);
         QFETCH(QString, line);
-        if (!before.isEmpty())
-            QCOMPARE(cli(before).status, 0);
+        if (mountFirst)
+            QCOMPARE(cli({"mount", "71", "--yes"}).status, 0);
         const QString firmware = makeDir(QStringLiteral("fw")) + QStringLiteral("/drive.fmrz");
         QVERIFY(QFile(firmware).open(QIODevice::WriteOnly));
         arguments.replaceInStrings(QRegularExpression(QStringLiteral("^FW$")), firmware);
@@ -164,7 +130,7 @@ private Q_SLOTS:
         QVERIFY(!r.out.contains(QStringLiteral("START ERROR")));
         // Refused before anything changed: only the scan, the mount table and
         // a format that found the tape already formatted ran.
-        if (status == 3 && before.isEmpty()) {
+        if (status == 3 && !mountFirst) {
             for (const QStringList &run : simInvocations(simLogPath())) {
                 const bool reads =
                     run.contains(QStringLiteral("scan")) || run.first() == QStringLiteral("mount");
@@ -173,7 +139,8 @@ private Q_SLOTS:
         }
         if (fault == "delay") {
             QVERIFY(r.out.contains(QStringLiteral("Waiting for un-mount to complete, please wait...")));
-            QVERIFY(!mounted(QStringLiteral("71")));
+            QVERIFY(!cli({QStringLiteral("--json"), QStringLiteral("scan")})
+                         .out.contains(QStringLiteral("\"mounted\":true")));
         }
         if (arguments.first() == QStringLiteral("dump"))
             QCOMPARE(QDir(arguments.at(3)).entryList({QStringLiteral("*.blz")}).size(), 1);
@@ -225,6 +192,52 @@ private Q_SLOTS:
         QCOMPARE(simInvocations(simLogPath()).size(), runsBefore);
         QCOMPARE(QProcess::execute(QStringLiteral("pgrep"), {QStringLiteral("-f"), simBinDir() + "/itdt"}),
                  1);
+    }
+
+    // The fleet playbook (docs/fleet/tapedesk.yml) run by ansible-playbook: it
+    // sets the paths, finds the drive, mounts and unmounts it.
+    void fleetPlaybook()
+    {
+        const QString ansible = QStandardPaths::findExecutable(QStringLiteral("ansible-playbook"));
+        if (ansible.isEmpty())
+            QSKIP("ansible-playbook is not on PATH (Debian package ansible-core)");
+        // A library of one drive named 3: no other test mounts /tmp/ltfs/mnt/3. The
+        // CLI finds mount and umount as an operator's shells would: on PATH.
+        freshCase("[drive]\nid = tape3\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 1013000303\n"
+                  "address = H1-B0-T3-L0\nloaded = no\ncartridge = yes\nbarcode = TD0303\n"
+                  "formatted = yes\nvolume = FLEET\n");
+        const QString bin = simBinDir() + QLatin1Char('/');
+        const QJsonObject vars{{QStringLiteral("tapedesk_cli"), QStringLiteral(TAPEDESK_BIN "/tapedesk-cli")},
+                               {QStringLiteral("tapedesk_itdt"), bin + QStringLiteral("itdt")},
+                               {QStringLiteral("tapedesk_ltfs"), bin + QStringLiteral("ltfs")},
+                               {QStringLiteral("tapedesk_mkltfs"), bin + QStringLiteral("mkltfs")},
+                               {QStringLiteral("tapedesk_output"), makeDir(QStringLiteral("output"))},
+                               {QStringLiteral("tapedesk_drive"), QStringLiteral("tape3")}};
+        QProcess playbook;
+        playbook.setProcessChannelMode(QProcess::MergedChannels);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8")); // ansible refuses other encodings
+        playbook.setProcessEnvironment(env);
+        playbook.start(ansible, {QStringLiteral("-i"), QStringLiteral("localhost,"), QStringLiteral("-c"),
+                                 QStringLiteral("local"),
+                                 QStringLiteral(TAPEDESK_SOURCE_DIR "/docs/fleet/tapedesk.yml"),
+                                 QStringLiteral("-e"), QString::fromUtf8(QJsonDocument(vars).toJson())});
+        QVERIFY(playbook.waitForFinished(100000));
+        QVERIFY2(playbook.exitStatus() == QProcess::NormalExit && playbook.exitCode() == 0,
+                 playbook.readAll().constData());
+
+        // It really mounted the tape once, unmounted it once, and left it unmounted.
+        const QList<QStringList> runs = simInvocations(simLogPath());
+        const auto count = [&](const QStringList &start) {
+            return std::count_if(runs.cbegin(), runs.cend(),
+                                 [&](const QStringList &run) { return run.mid(0, start.size()) == start; });
+        };
+        QCOMPARE(count({QStringLiteral("ltfs"), QStringLiteral("/tmp/ltfs/mnt/3")}), 1);
+        QCOMPARE(count({QStringLiteral("umount")}), 1);
+        QProcess table;
+        table.start(bin + QStringLiteral("mount"), {});
+        QVERIFY(table.waitForFinished(10000));
+        QVERIFY(!table.readAllStandardOutput().contains(" on /tmp/ltfs/mnt/3 type"));
     }
 };
 

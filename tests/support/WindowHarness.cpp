@@ -1,10 +1,8 @@
 #include "support/WindowHarness.h"
 
 #include "drives/Drive.h"
-#include "support/TestEnv.h"
-#include "tools/ProcessRunner.h"
+#include "drives/DriveStateStore.h"
 #include "tools/SettingsStore.h"
-#include "tools/ToolPaths.h"
 #include "ui/ViewController.h"
 
 #include <QAbstractButton>
@@ -17,7 +15,6 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QTableView>
 #include <QTest>
 #include <QTimer>
@@ -38,27 +35,16 @@ QList<QAbstractButton *> buttonsOf(QWidget *dialog)
         return bb->buttons();
     return dialog->findChildren<QAbstractButton *>();
 }
-} // namespace
 
 SeenDialog describe(QWidget *dialog)
 {
-    SeenDialog s;
+    SeenDialog s{dialog->windowTitle(), {}, {}};
+    const QList<QLabel *> labels = dialog->findChildren<QLabel *>();
     if (auto *box = qobject_cast<QMessageBox *>(dialog)) {
-        s.kind = QStringLiteral("message");
         s.title = box->text();
         s.informative = box->informativeText();
-    } else if (auto *fd = qobject_cast<QFileDialog *>(dialog)) {
-        s.kind = QStringLiteral("file");
-        s.title = fd->windowTitle();
-    } else if (dialog->findChild<QLineEdit *>()) {
-        s.kind = QStringLiteral("input");
-        s.title = dialog->windowTitle();
-        const QList<QLabel *> labels = dialog->findChildren<QLabel *>();
-        if (labels.size() > 1)
-            s.informative = labels.at(1)->text();
-    } else {
-        s.kind = QStringLiteral("other");
-        s.title = dialog->windowTitle();
+    } else if (dialog->findChild<QLineEdit *>() && labels.size() > 1) {
+        s.informative = labels.at(1)->text(); // the input dialog's question, below its title
     }
     QList<QAbstractButton *> buttons = buttonsOf(dialog);
     std::sort(buttons.begin(), buttons.end(), [](QAbstractButton *a, QAbstractButton *b) {
@@ -70,6 +56,7 @@ SeenDialog describe(QWidget *dialog)
         s.buttons << plain(b->text());
     return s;
 }
+} // namespace
 
 bool clickButton(QWidget *dialog, const QString &text)
 {
@@ -80,6 +67,15 @@ bool clickButton(QWidget *dialog, const QString &text)
         }
     }
     return false;
+}
+
+bool typeAndAccept(QFileDialog *dialog, const QString &path, bool direct)
+{
+    // Typed, not selected: a selection made before the folder listing has
+    // loaded is lost, and selecting a folder by name would open its parent.
+    dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(path);
+    QMetaObject::invokeMethod(dialog, "accept", direct ? Qt::DirectConnection : Qt::QueuedConnection);
+    return dialog->isVisible() && dialog->result() != QDialog::Accepted;
 }
 
 DialogScript::DialogScript()
@@ -109,38 +105,10 @@ DialogScript &DialogScript::press(const QString &buttonText)
     });
 }
 
-DialogScript &DialogScript::type(const QString &text, const QString &buttonText)
-{
-    return then([text, buttonText](QWidget *d, const SeenDialog &) {
-        if (auto *field = d->findChild<QLineEdit *>())
-            field->setText(text);
-        clickButton(d, buttonText);
-    });
-}
-
 DialogScript &DialogScript::choosePath(const QString &path)
 {
-    return then([path](QWidget *d, const SeenDialog &) {
-        auto *fd = qobject_cast<QFileDialog *>(d);
-        if (!fd)
-            return;
-        if (fd->fileMode() == QFileDialog::Directory) {
-            // Selecting the folder by name would move the dialog to its
-            // parent; an empty selection in a folder picker means "this folder".
-            fd->setDirectory(path);
-        } else if (auto *name = fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))) {
-            // Typed, not selected: a selection made before the folder listing
-            // has loaded is lost.
-            name->setText(path);
-        } else {
-            fd->selectFile(path);
-        }
-        // selectFile() leaves the name field alone while it has the focus,
-        // which depends on when the window manager activated the dialog.
-        if (auto *name = fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit")))
-            name->setText(QFileInfo(path).absoluteFilePath());
-        QMetaObject::invokeMethod(fd, "accept", Qt::QueuedConnection);
-    });
+    return then(
+        [path](QWidget *d, const SeenDialog &) { typeAndAccept(qobject_cast<QFileDialog *>(d), path); });
 }
 
 DialogScript &DialogScript::cancelPicker()
@@ -165,8 +133,7 @@ void DialogScript::poll()
             modal->close();
         return;
     }
-    Handler h = m_handlers.takeFirst();
-    h(modal, seen);
+    m_handlers.takeFirst()(modal, seen);
 }
 
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
@@ -200,6 +167,34 @@ bool waitForIdle(ViewController &vc, int timeoutMs)
                    vc.ui.tableView->isEnabled();
         },
         timeoutMs);
+}
+
+void freshCase(const QByteArray &stateIni)
+{
+    if (stateIni.isEmpty())
+        resetSimulator();
+    else
+        QVERIFY(resetSimulatorTo(stateIni));
+    qunsetenv("TAPESIM_FAIL");
+    QFile::remove(simLogPath());
+    qputenv("TAPESIM_LOG", QFile::encodeName(simLogPath()));
+    SettingsStore::remove(DriveStateStore::kMountedDrivesKey);
+    mountedDrives.set({});
+    driveList.clear();
+    useSimulator();
+}
+
+QString simLogPath()
+{
+    return TestHome::path() + QStringLiteral("/sim.log");
+}
+
+void selectDrive(ViewController &vc, const QString &id, const QString &name)
+{
+    DriveRecord record;
+    record.id = id;
+    record.name = name;
+    vc.engine.selectedDrive.set(makeDrive(record));
 }
 
 } // namespace tapedesk::test

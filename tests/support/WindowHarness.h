@@ -8,6 +8,8 @@
 #include <QWidget>
 #include <functional>
 
+class QFileDialog;
+
 namespace tapedesk {
 class ViewController;
 }
@@ -17,8 +19,7 @@ namespace tapedesk::test {
 // What a test saw of one modal dialog.
 struct SeenDialog
 {
-    QString kind;        // "message", "input", "file" or "other"
-    QString title;       // QMessageBox text, input dialog title, or file dialog window title
+    QString title;       // QMessageBox text, else the window title
     QString informative; // QMessageBox informative text, or the input dialog's question
     QStringList buttons; // in on-screen order
 };
@@ -37,11 +38,9 @@ public:
     DialogScript &operator=(const DialogScript &) = delete;
 
     DialogScript &then(Handler handler);
-    // Shorthands: press the button with this text (accelerator '&' ignored).
+    // Presses the button with this text (accelerator '&' ignored).
     DialogScript &press(const QString &buttonText);
-    // Type into the dialog's line edit, then press.
-    DialogScript &type(const QString &text, const QString &buttonText = QStringLiteral("OK"));
-    // Choose a path in a QFileDialog (file or folder), or cancel it.
+    // Chooses a path (file or folder) in a file dialog, or cancels it.
     DialogScript &choosePath(const QString &path);
     DialogScript &cancelPicker();
 
@@ -61,17 +60,28 @@ private:
     class QTimer *m_timer = nullptr;
 };
 
-SeenDialog describe(QWidget *dialog);
 bool clickButton(QWidget *dialog, const QString &text);
+// Types `path` into the file dialog's name field, as the operator does, and
+// accepts. `direct`: accepts at once and says whether the dialog refused.
+bool typeAndAccept(QFileDialog *dialog, const QString &path, bool direct = false);
 
 // Processes events until `condition` holds or `timeoutMs` passes.
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
 
-// The pane's whole plain text, and its lines.
+// The pane's whole plain text.
 QString paneText(ViewController &vc);
 // Waits until the pane contains `text`.
 bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000);
 // Waits until the progress indicator is hidden and the buttons are enabled.
 bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
+
+// The simulator with the library `stateIni` (its own when empty), paths on
+// it, no fault, no mounted-drive record, no scanned drive, and every tool run
+// logged afresh to simLogPath().
+void freshCase(const QByteArray &stateIni = {});
+QString simLogPath();
+// Selects the drive (id, name) without a scan, as a workflow sees it.
+void selectDrive(ViewController &vc, const QString &id = QStringLiteral("tape0"),
+                 const QString &name = QStringLiteral("0"));
 
 } // namespace tapedesk::test

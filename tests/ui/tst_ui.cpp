@@ -1,8 +1,8 @@
 // ctest-timeout: 120
 // The window as the operator and a screen reader meet it: the first start,
-// the drive table's lines, colours and clicks, what is read aloud, the real
-// dialogs the workflows ask through, and the account login against a local
-// server.
+// the drive table's lines, colours and clicks, the preferences window, what
+// is read aloud, the real dialogs the workflows ask through, the account
+// login against a local server, live output and the desktop notification.
 
 #include "Preferences/PreferencesViewController.h"
 #include "Preferences/PreferencesWindowController.h"
@@ -14,7 +14,6 @@
 #include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
-#include "support/WorkflowFixture.h"
 #include "tools/PathDefaults.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
@@ -34,6 +33,7 @@
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QProcess>
+#include <QPushButton>
 #include <QScopeGuard>
 #include <QTableView>
 #include <QTcpServer>
@@ -83,48 +83,45 @@ QStringList expand(QStringList texts)
     return texts;
 }
 
-// Answers a dialog: a button by its text, "Escape", or "close".
-void answer(QWidget *dialog, const QString &how)
+const QStringList kPathKeys{PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
+                            PreferenceKeys::output};
+
+// No path stored or loaded: a first start.
+void forgetPaths()
 {
-    if (how == QStringLiteral("Escape"))
-        QTest::keyClick(dialog, Qt::Key_Escape);
-    else if (how == QStringLiteral("close"))
-        dialog->close();
-    else
-        clickButton(dialog, how);
+    SettingsStore::removeKeys(kPathKeys);
+    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
+        p->set(std::nullopt);
 }
 
-// A folder with firmware images, look-alikes, hidden files and a subfolder.
-QString firmwareFolder()
+QStringList stored()
 {
-    QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(4);
-    for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
-        writeScript(dir, QString::fromLatin1(name), {});
-    return dir;
+    QStringList out;
+    for (const QString &k : kPathKeys)
+        out << SettingsStore::text(k).value_or(QStringLiteral("<absent>"));
+    return out;
 }
 
-// Types into the name field as the operator does, then accepts. `direct`:
-// accepts at once, so the caller sees whether the dialog refused.
-bool enterAndAccept(QFileDialog *fd, const QString &name, bool direct = false)
+QStringList fields(const PreferencesViewController &pane)
 {
-    fd->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(name);
-    QMetaObject::invokeMethod(fd, "accept", direct ? Qt::DirectConnection : Qt::QueuedConnection);
-    return fd->isVisible() && fd->result() != QDialog::Accepted;
+    return {pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(), pane.txtOutput->text()};
 }
 
-// A minimal HTTP/1.1 server on 127.0.0.1: records each request (the names of
-// the headers TapeDesk sets in the order sent) and answers the next queued body.
+// Clicks the middle of a row's card, as the operator does.
+void clickRow(ViewController &vc, int row)
+{
+    QTest::mouseClick(vc.ui.tableView->viewport(), Qt::LeftButton, {},
+                      vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
+}
+
+// A minimal HTTP/1.1 server on 127.0.0.1: records each request as the
+// headers TapeDesk sets ("name: value" lines in the order sent), an empty line
+// and the body, and answers the next queued body.
 class TokenServer : public QObject
 {
 public:
-    struct Request
-    {
-        QList<QByteArray> names;
-        QHash<QByteArray, QByteArray> headers;
-        QByteArray body;
-    };
     QList<QByteArray> answers;
-    QList<Request> requests;
+    QList<QByteArray> requests;
 
     TokenServer()
     {
@@ -141,18 +138,20 @@ private:
     {
         m_buffer += s->readAll();
         const qsizetype end = m_buffer.indexOf("\r\n\r\n");
-        Request r;
+        QByteArray request;
+        qsizetype length = 0;
         for (const QByteArray &line : m_buffer.left(end).split('\n').mid(1)) {
             const QByteArray name = line.left(line.indexOf(':')).toLower();
-            r.headers.insert(name, line.mid(line.indexOf(':') + 1).trimmed());
-            if (name == "content-type" || name == "accept" || name == "authorization")
-                r.names << name;
+            const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed();
+            if (name == "content-length")
+                length = value.toLongLong();
+            else if (name == "content-type" || name == "accept" || name == "authorization")
+                request += name + ": " + value + '\n';
         }
-        if (end < 0 || m_buffer.size() < end + 4 + r.headers.value("content-length").toInt())
+        if (end < 0 || m_buffer.size() < end + 4 + length)
             return;
-        r.body = m_buffer.mid(end + 4);
+        requests << request + '\n' + m_buffer.mid(end + 4);
         m_buffer.clear();
-        requests << r;
         const QByteArray body = answers.isEmpty() ? QByteArray("{}") : answers.takeFirst();
         s->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
                  QByteArray::number(body.size()) + "\r\n\r\n" + body);
@@ -183,19 +182,9 @@ Q_SIGNALS:
     void ActionInvoked(uint id, const QString &key);
 };
 
-// tape44 alone, with a formatted cartridge, and the paths on the simulator
-// but for `itdt`, when given.
-void useTape44(const QString &itdt = {})
-{
-    resetSimulator();
-    QFile state(makeDir(QStringLiteral("tapesim")) + QStringLiteral("/state.ini"));
-    QVERIFY(state.open(QIODevice::WriteOnly));
-    state.write("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
-                "barcode = TD0044\nformatted = yes\n");
-    setPaths(itdt.isEmpty() ? simBinDir() + QStringLiteral("/itdt") : itdt,
-             simBinDir() + QStringLiteral("/ltfs"), simBinDir() + QStringLiteral("/mkltfs"),
-             makeDir(QStringLiteral("output")));
-}
+// tape44 alone, with a formatted cartridge.
+const QByteArray kTape44 = "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
+                           "barcode = TD0044\nformatted = yes\n";
 
 QTextCharFormat formatAt(const QTextDocument *document, const QString &text)
 {
@@ -217,21 +206,15 @@ private Q_SLOTS:
     {
         ViewController vc;
         QLineEdit field;
-        field.setText(QStringLiteral("ABC"));
-        vc.controlTextDidChange(&field);
-        QCOMPARE(field.text(), QStringLiteral("ABC"));
-        field.setText(QStringLiteral("ABCD"));
-        vc.controlTextDidChange(&field);
-        QCOMPARE(field.text(), QStringLiteral("ABC"));
-        field.setText(QStringLiteral("KT1234"));
-        vc.controlTextDidChange(&field);
-        QCOMPARE(field.text(), QStringLiteral("KT123"));
-        field.setText(QStringLiteral("ABe\u0301\u0301"));
-        vc.controlTextDidChange(&field);
-        QCOMPARE(field.text(), QStringLiteral("ABe\u0301\u0301"));
-        field.setText(QStringLiteral("ABCe\u0301"));
-        vc.controlTextDidChange(&field);
-        QCOMPARE(field.text(), QStringLiteral("ABC"));
+        for (const auto &[typed, kept] : {std::pair<QString, QString>{"ABC", "ABC"},
+                                          {"ABCD", "ABC"},
+                                          {"KT1234", "KT123"},
+                                          {"ABe\u0301\u0301", "ABe\u0301\u0301"},
+                                          {"ABCe\u0301", "ABC"}}) {
+            field.setText(typed);
+            vc.controlTextDidChange(&field);
+            QCOMPARE(field.text(), kept);
+        }
         vc.controlTextDidChange(nullptr);
     }
 
@@ -240,8 +223,7 @@ private Q_SLOTS:
         applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
         qputenv(AuthSettings::passwordEnv, "p@ss:word/1");
     }
-    void init() { clearStore(); }
-    void cleanup() { endWorkflowCase(); }
+    void init() { freshCase(); }
 
     void startUp_data()
     {
@@ -281,7 +263,6 @@ private Q_SLOTS:
         QFETCH(QStringList, offered);
         const QString afterSave = toolsOnPath ? QStringLiteral("Scan Complete")
                                               : QStringLiteral("mkltfs not found at /usr/local/bin/mkltfs");
-        resetSimulator();
         for (const char *folder : {"/Documents", "/corvel-lto-output"})
             QDir(TestHome::path() + QLatin1String(folder)).removeRecursively();
         if (!offered.value(3).startsWith(QStringLiteral("$HOME/corvel")))
@@ -294,6 +275,7 @@ private Q_SLOTS:
                 QSKIP("this host has a tape tool installed");
         }
         stored = expand(stored);
+        forgetPaths();
         if (!stored.isEmpty())
             setPaths(stored[0], stored[1], stored[2], stored[3]);
 
@@ -310,24 +292,49 @@ private Q_SLOTS:
         if (offered.isEmpty())
             return;
         PreferencesViewController &pane = *delegate.preferencesController->pathsPane();
-        QCOMPARE((QStringList{pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(),
-                              pane.txtOutput->text()}),
-                 expand(offered));
+        QCOMPARE(fields(pane), expand(offered));
         pane.ui.btnSave->click();
-        QVERIFY(waitForPane(vc, afterSave) && waitForIdle(vc));
-        QVERIFY(paneText(vc).endsWith(afterSave));
+        QVERIFY(waitUntil([&] { return paneText(vc).endsWith(afterSave); }) && waitForIdle(vc));
         QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
         QCOMPARE(vc.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
     }
 
-    // The simulator's library and a drive remembered as mounted: five lines a
-    // row, read the same by a screen reader, the card yellow when mounted,
-    // grey otherwise; a click chooses a drive, empty space changes nothing.
+    void driveTable_data()
+    {
+        QTest::addColumn<bool>("hung");
+        QTest::newRow("the volume read, Open Volume") << false;
+        QTest::newRow("a hung read times out, the window goes on") << true;
+    }
+
+    // The simulator's library and a drive remembered as mounted (tape55): five
+    // lines a row, read the same by a screen reader, the card yellow when
+    // mounted, grey otherwise; a click chooses a drive, empty space changes
+    // nothing. The Volume tab hands the mount point to the desktop's opener (a
+    // fake xdg-open first on PATH). A read that hangs (a FIFO blocks its open
+    // as a hung FUSE mount does) times out while the window keeps turning, and
+    // starts no second reader.
     void driveTable()
     {
-        freshWorkflowCase();
-        DriveStateStore::saveDriveInfo(*drive(QStringLiteral("tape9")));
+        QFETCH(bool, hung);
+        const QByteArray point("/tmp/ltfs/mnt/55");
+        QDir(QString::fromLatin1(point)).removeRecursively();
+        QFile::remove(QString::fromLatin1(point));
+        QVERIFY(hung ? ::mkfifo(point.constData(), 0600) == 0 : QDir().mkpath(QString::fromLatin1(point)));
+        const auto release = qScopeGuard([&] {
+            // Lets a reader out of its open, so no thread outlives the case.
+            if (const int fd = ::open(point.constData(), O_WRONLY | O_NONBLOCK); fd >= 0)
+                ::close(fd);
+            QFile::remove(QString::fromLatin1(point));
+        });
+        const QString opened = TestHome::path() + QStringLiteral("/opened");
+        const QString bin = makeDir(QStringLiteral("opener"));
+        writeScript(bin, QStringLiteral("xdg-open"), QStringLiteral("printf '%s' \"$1\" > ") + opened);
+        qputenv("PATH", bin.toUtf8() + ':' + qgetenv("PATH"));
+        const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
+        remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
+        DriveStateStore::saveDriveInfo(*remembered);
         ViewController vc;
+        vc.engine.volumeReadTimeoutMs = 1500;
         vc.viewDidLoad({QStringLiteral("tapedesk")});
         vc.show();
         QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
@@ -335,7 +342,7 @@ private Q_SLOTS:
         for (const auto &[row, lines] :
              {std::pair{
                   0, QStringList{"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "}},
-              {5, {"Drive6 (tape9)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape9", "TAPE: "}}}) {
+              {5, {"Drive6 (tape55)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape55", "TAPE: "}}}) {
             QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(), lines);
             QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name), lines.join('\n'));
         }
@@ -350,90 +357,9 @@ private Q_SLOTS:
             dark += qGray(card.pixel(i % card.width(), i / card.width())) < 96 ? 1 : 0;
         QVERIFY2(dark > 50, qPrintable(QString::number(dark)));
 
-        vc.ui.rightScrollView->clear();
-        QWidget *viewport = vc.ui.tableView->viewport();
-        const auto click = [&](int row) {
-            QTest::mouseClick(viewport, Qt::LeftButton, {},
-                              vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
-        };
-        click(5);
-        QVERIFY(waitForPane(vc, QStringLiteral("tape9 Selected")));
-        // The caption is read by what it shows.
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
-        QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
-        QTest::qWait(50);
-        QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape9 Selected"));
-        click(0);
-        QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("MOUNT"));
-
-        // Automation and a screen reader find each control by its name alone.
-        QStringList names;
-        for (QWidget *w : vc.findChildren<QWidget *>())
-            names << read(w, QAccessible::Name);
-        for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
-                                 "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
-            QVERIFY2(names.count(QString::fromLatin1(name)) == 1, name);
-
-        // Ten thousand drives, and still no widget per row.
-        QList<DrivePtr> many;
-        for (int i = 0; i < 10000; ++i)
-            many << drive(QStringLiteral("tape%1").arg(i), i % 7 == 0);
-        vc.driveModel()->reload(many);
-        vc.ui.tableView->scrollToBottom();
-        QTRY_COMPARE(cardColour(vc, 9996), QColor(Qt::yellow)); // 9996 % 7 == 0
-        QCOMPARE(cardColour(vc, 9999), QColor(Qt::lightGray));
-        QVERIFY(viewport->findChildren<QWidget *>().size() < 5);
-    }
-
-    // The Volume tab of a drive remembered as mounted. Open Volume hands the
-    // mount point to the desktop's opener (a fake xdg-open first on PATH). A
-    // read that hangs (a FIFO blocks its open as a hung FUSE mount does)
-    // times out while the window keeps turning, and starts no second reader.
-    void volumeTab_data()
-    {
-        QTest::addColumn<bool>("hung");
-        QTest::newRow("Open Volume") << false;
-        QTest::newRow("a hung read times out, the window goes on") << true;
-    }
-
-    void volumeTab()
-    {
-        QFETCH(bool, hung);
-        const QByteArray point("/tmp/ltfs/mnt/55");
-        QDir(QString::fromLatin1(point)).removeRecursively();
-        QFile::remove(QString::fromLatin1(point));
-        if (hung) {
-            QCOMPARE(::mkfifo(point.constData(), 0600), 0);
-        } else {
-            QVERIFY(QDir().mkpath(QString::fromLatin1(point)));
-        }
-        const auto release = qScopeGuard([&] {
-            // Lets a reader out of its open, so no thread outlives the case.
-            if (const int fd = ::open(point.constData(), O_WRONLY | O_NONBLOCK); fd >= 0)
-                ::close(fd);
-            QFile::remove(QString::fromLatin1(point));
-        });
-        const QString opened = TestHome::path() + QStringLiteral("/opened");
-        const QString bin = makeDir(hung ? QStringLiteral("opener-hung") : QStringLiteral("opener"));
-        writeScript(bin, QStringLiteral("xdg-open"), QStringLiteral("printf '%s' \"$1\" > ") + opened);
-        qputenv("PATH", bin.toUtf8() + ':' + qgetenv("PATH"));
-
-        freshWorkflowCase();
-        const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
-        remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
-        DriveStateStore::saveDriveInfo(*remembered);
-        ViewController vc;
-        vc.engine.volumeReadTimeoutMs = 1500;
-        vc.viewDidLoad({QStringLiteral("tapedesk")});
-        vc.show();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
         VolumeDetailsView *view = vc.volumeView();
         vc.ui.paneTabs->setCurrentWidget(view);
-        const auto click = [&](int row) {
-            QTest::mouseClick(vc.ui.tableView->viewport(), Qt::LeftButton, {},
-                              vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
-        };
+        vc.ui.rightScrollView->clear();
         QElapsedTimer clock;
         qint64 longestGap = 0;
         qint64 last = 0;
@@ -444,7 +370,7 @@ private Q_SLOTS:
         });
         clock.start();
         ticker.start(20);
-        click(5);
+        clickRow(vc, 5);
         if (hung) {
             QVERIFY(
                 waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
@@ -461,15 +387,96 @@ private Q_SLOTS:
         QCOMPARE(view->valueOf(QStringLiteral("Volume name")), QStringLiteral("not reported"));
         QTest::mouseClick(view->openButton(), Qt::LeftButton);
         QTRY_COMPARE(readFile(opened), QUrl::fromLocalFile(QString::fromLatin1(point)).toEncoded());
-        click(0);
+        // The caption is read by what it shows, and said to be Mount's action.
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
+        QCOMPARE(read(vc.ui.lblMount, QAccessible::Description), QStringLiteral("Mount Action"));
+        QWidget *viewport = vc.ui.tableView->viewport();
+        QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
+        QTest::qWait(50);
+        QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape55 Selected"));
+        clickRow(vc, 0);
+        QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
         QTRY_VERIFY(!view->openButton()->isEnabled());
+        // Every label, the Volume tab's values among them, is read by what it
+        // shows: a fixed name would hide a text that changes.
+        for (QLabel *label : vc.findChildren<QLabel *>())
+            QCOMPARE(read(label, QAccessible::Name), label->text());
+
+        // Automation and a screen reader find each control by its name alone.
+        QStringList names;
+        for (QWidget *w : vc.findChildren<QWidget *>())
+            names << read(w, QAccessible::Name);
+        for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
+                                 "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
+            QVERIFY2(names.count(QString::fromLatin1(name)) == 1, name);
+    }
+
+    // The preferences window as the operator meets it: the host's defaults
+    // offered, Save taking the fields as typed, Reset, closing and coming
+    // back, and the pickers answered through the real file dialogs.
+    void preferencesWindow()
+    {
+        forgetPaths();
+        const PathDefaults d = pathDefaults();
+        const QStringList defaults{d.itdt, d.ltfs, d.mkltfs, d.output};
+        PreferencesWindowController window;
+        window.showWindow();
+        PreferencesViewController &pane = *window.pathsPane();
+        for (QWidget *w : pane.findChildren<QWidget *>()) {
+            if (qobject_cast<QLineEdit *>(w) || qobject_cast<QPushButton *>(w))
+                QVERIFY2(!w->accessibleName().isEmpty(), qPrintable(w->objectName()));
+        }
+        QCOMPARE(stored(), QStringList(4, QStringLiteral("<absent>")));
+
+        // Nothing is trimmed or checked: blanks and the placeholder go in as they stand.
+        const QStringList typed{QStringLiteral(" /opt/itdt/itdt "), QStringLiteral("/usr/bin/ltfs"),
+                                NO_PATH_SELECTED, QString()};
+        for (int i = 0; i < 4; ++i)
+            QList<QLineEdit *>{pane.txtITDT, pane.txtLTFS, pane.txtMK, pane.txtOutput}[i]->setText(typed[i]);
+        pane.ui.btnSave->click();
+        QCOMPARE(stored(), typed);
+        // The status is read by what it says, not by a fixed name.
+        QCOMPARE(read(pane.lblStatus, QAccessible::Name), QStringLiteral("Preferences have been saved."));
+
+        // Reset offers the defaults and stores nothing; a window still up keeps
+        // the edits, one shown anew is refilled with the paths in use.
+        pane.ui.btnReset->click();
+        window.showWindow();
+        QCOMPARE(fields(pane), defaults);
+        window.close();
+        QCOMPARE(stored(), typed);
+        window.showWindow();
+        QCOMPARE(fields(pane), typed);
+
+        // A path missing: the pane offers the defaults, and a load shows the placeholder for it.
+        LTFS_PATH.set(std::nullopt);
+        window.close();
+        window.showWindow();
+        QCOMPARE(fields(pane), defaults);
+        pane.loadPreferences();
+        QCOMPARE(fields(pane), (QStringList{typed[0], NO_PATH_SELECTED, typed[2], typed[3]}));
+
+        // The pickers: cancelled, they change nothing; a choice fills a field
+        // and is stored only by Save.
+        const QString itdt = writeScript(makeDir(QStringLiteral("tools/bin")), QStringLiteral("itdt"), {});
+        const QString out = makeDir(QStringLiteral("dumps"));
+        const QStringList before = fields(pane);
+        DialogScript script;
+        script.cancelPicker().cancelPicker().cancelPicker().choosePath(itdt).choosePath(out);
+        for (QPushButton *b :
+             {pane.ui.btnLTFS, pane.ui.btnMK, pane.ui.btnOutput, pane.ui.btnITDT, pane.ui.btnOutput})
+            b->click();
+        QCOMPARE(script.seen().size(), 5);
+        QCOMPARE(fields(pane), (QStringList{itdt, before[1], before[2], out}));
+        QCOMPARE(stored(), typed);
+        pane.ui.btnSave->click();
+        QCOMPARE(stored(), fields(pane));
     }
 
     // What a screen reader gets of a Test run: the alert's title, name and
     // description, then the button's description at each status.
     void whatIsReadAloud()
     {
-        freshWorkflowCase();
         ViewController vc;
         QStringList heard;
         // The statusImage property is set once the image and its words are in place.
@@ -517,7 +524,6 @@ private Q_SLOTS:
         row("typed text as it stands", true, QStringLiteral(" kt12ab -1 "), "OK", " kt12ab -1 ");
         row("Cancel after typing", true, QStringLiteral("AB1234"), "Cancel", "-1");
         row("name, Escape", true, QStringLiteral("AB1234"), "Escape", "-1");
-        row("first button", false, QStringLiteral("Eject"), "Eject", "0");
         row("second button", false, QStringLiteral("Eject"), "Mount", "1");
         row("choice, closed", false, QStringLiteral("Eject"), "close", "1");
         // The order follows the arguments, not what the words usually mean.
@@ -540,7 +546,12 @@ private Q_SLOTS:
                 if (!typed.isNull())
                     field->setText(typed);
             }
-            answer(d, how);
+            if (how == QStringLiteral("Escape"))
+                QTest::keyClick(d, Qt::Key_Escape);
+            else if (how == QStringLiteral("close"))
+                d->close();
+            else
+                clickButton(d, how);
         });
         QCOMPARE(
             name ? Support().getString(title, ask, QStringLiteral("KT1234"))
@@ -576,7 +587,10 @@ private Q_SLOTS:
         QFETCH(QStringList, types);
         QFETCH(QString, refused);
         QFETCH(QString, chosen);
-        const QString dir = firmwareFolder() + QLatin1Char('/');
+        // Firmware images, look-alikes, hidden files and a subfolder.
+        const QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(3);
+        for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
+            writeScript(dir, QString::fromLatin1(name), {});
         DialogScript script;
         bool stayedOpen = false;
         script.then([&](QWidget *d, const SeenDialog &) {
@@ -587,8 +601,8 @@ private Q_SLOTS:
             auto *model = fd->findChild<QFileSystemModel *>();
             QVERIFY(
                 waitUntil([&] { return model && model->rowCount(model->index(dir.chopped(1))) > 0; }, 5000));
-            stayedOpen = refused.isEmpty() || enterAndAccept(fd, dir + refused, true);
-            enterAndAccept(fd, dir + chosen);
+            stayedOpen = refused.isEmpty() || typeAndAccept(fd, dir + refused, true);
+            typeAndAccept(fd, dir + chosen);
         });
         const auto pick = [&] { return folder ? Support().pickFolder() : Support().pickFile(types); };
         QCOMPARE(pick(), dir + chosen);
@@ -632,6 +646,8 @@ private Q_SLOTS:
         qputenv(AuthSettings::domainEnv, tenant.replace(QStringLiteral("$SERVER"), server.base()).toUtf8());
         AuthenticateViewController login;
         QCOMPARE(login.password, QStringLiteral("p@ss:word/1"));
+        login.lblStatus->setText(QStringLiteral("Signed in")); // read by what it says
+        QCOMPARE(read(login.lblStatus, QAccessible::Name), login.lblStatus->text());
         const QList<QByteArray> console = consoleOf([&] {
             login.loginButton()->click();
             QVERIFY(waitUntil(
@@ -641,90 +657,46 @@ private Q_SLOTS:
         QCOMPARE(login.accessToken, token); // the second answer's is not used
         if (requests < 2)
             return;
-        const QByteArray firstBody = "client_id=" + login.client_id.toUtf8() +
-                                     "&client_secret=" + login.secret.toUtf8() +
-                                     "&audience=" + server.base().toUtf8() +
-                                     "api/v2/&grant_type=client_credentials"; // ":" and "/" unencoded
         // The endpoint's text keeps the base's "/" and its own; the path goes out normalised.
         QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
-        const TokenServer::Request &first = server.requests[0];
-        QCOMPARE(first.body, firstBody);
-        QCOMPARE(first.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
-        const TokenServer::Request &second = server.requests[1];
-        QCOMPARE(second.body, "client_id=" + login.client_id.toUtf8() +
-                                  "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
-        QCOMPARE(first.names + second.names,
-                 (QByteArrayList{"content-type", "accept", "content-type", "accept", "authorization"}));
-        QCOMPARE(second.headers.value("authorization"), QByteArray("Bearer tok-123"));
+        const QByteArray form = "content-type: application/x-www-form-urlencoded\naccept: application/json\n";
+        QCOMPARE(server.requests[0], form + "\nclient_id=" + login.client_id.toUtf8() + "&client_secret=" +
+                                         login.secret.toUtf8() + "&audience=" + server.base().toUtf8() +
+                                         "api/v2/&grant_type=client_credentials"); // ":" and "/" unencoded
+        QCOMPARE(server.requests[1],
+                 form + "authorization: Bearer tok-123\n\nclient_id=" + login.client_id.toUtf8() +
+                     "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
         // A later login carries the token it has.
         login.btnLogin();
         QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
-        QCOMPARE(server.requests[2].headers.value("authorization"), QByteArray("Bearer tok-123"));
+        QVERIFY(server.requests[2].contains("\nauthorization: Bearer tok-123\n"));
+    }
+
+    void liveOperation_data()
+    {
+        QTest::addColumn<bool>("bus");
+        QTest::addColumn<bool>("service");
+        QTest::addColumn<int>("notifyAfterMs");
+        QTest::addColumn<bool>("notified");
+        QTest::newRow("long enough: notified") << true << true << 0 << true;
+        QTest::newRow("shorter than the threshold") << true << true << 60000 << false;
+        QTest::newRow("no service on the bus") << true << false << 0 << false;
+        QTest::newRow("no bus") << false << false << 0 << false;
     }
 
     // A dump that prints, waits for the test, then prints on its error
     // stream: the live view has the command line and the first line while the
     // tool still runs, the clock counts, the second line follows in the error
     // colour, and the transcript shows neither the command nor the colours.
+    // The end is notified on a private session bus, with the service
+    // registered by the test or not. The window stays in the background
+    // (never shown); a click on the notification brings it up.
     void liveOperation()
-    {
-        const QString flag = TestHome::path() + QStringLiteral("/dump-may-end");
-        QFile::remove(flag);
-        useTape44(writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
-                              QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
-                                             "echo 'dump begun'\nwhile [ ! -e '%2' ]; do sleep 0.05; done\n"
-                                             "echo 'dump done' >&2\necho 'Exit with code: 0'\n")
-                                  .arg(simBinDir(), flag)));
-        ViewController vc;
-        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
-        QStringList asked;
-        answerWith({}, &asked);
-        vc.btnRetrieveLog(vc.ui.btnRetriveLog);
-        const LiveOutputView &live = *vc.watch().liveView();
-        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
-        QVERIFY(QRegularExpression(
-                    QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
-                    .match(live.toPlainText())
-                    .hasMatch());
-        const QLabel &clock = *vc.watch().elapsedLabel();
-        QCOMPARE(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:00"));
-        QTRY_COMPARE_WITH_TIMEOUT(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:01"), 3000);
-        QVERIFY(!live.toPlainText().contains(QStringLiteral("dump done")));
-        QFile(flag).open(QIODevice::WriteOnly);
-        // The two streams are read apart: only each one's own order is kept.
-        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("\ndump done\n")));
-        QVERIFY(live.toPlainText().indexOf(QStringLiteral("dump begun")) <
-                live.toPlainText().indexOf(QStringLiteral("dump done")));
-        QVERIFY(formatAt(live.document(), QStringLiteral("dump done")).foreground() !=
-                formatAt(live.document(), QStringLiteral("dump begun")).foreground());
-        QVERIFY(waitForIdle(vc));
-        QVERIFY(!paneText(vc).contains(QStringLiteral("$ ")));
-    }
-
-    void notification_data()
-    {
-        QTest::addColumn<bool>("bus");
-        QTest::addColumn<bool>("service");
-        QTest::addColumn<int>("notifyAfterMs");
-        QTest::addColumn<QStringList>("received");
-        const QStringList one{
-            QStringLiteral("Retrieving the log of tape44: Complete | Retrieve Log on tape44 ended "
-                           "after 00:00: Complete")};
-        QTest::newRow("long enough: sent") << true << true << 0 << one;
-        QTest::newRow("shorter than the threshold") << true << true << 60000 << QStringList();
-        QTest::newRow("no service on the bus") << true << false << 0 << QStringList();
-        QTest::newRow("no bus") << false << false << 0 << QStringList();
-    }
-
-    // A private session bus, with the service registered by the test or not.
-    // The window stays in the background (never shown); a click on the
-    // notification brings it up.
-    void notification()
     {
         QFETCH(bool, bus);
         QFETCH(bool, service);
         QFETCH(int, notifyAfterMs);
-        QFETCH(QStringList, received);
+        QFETCH(bool, notified);
         QProcess daemon;
         QString address = QStringLiteral("unix:path=") + TestHome::path() + QStringLiteral("/no-bus");
         if (bus) {
@@ -748,22 +720,55 @@ private Q_SLOTS:
                 QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
             QVERIFY(serviceBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
         }
-        useTape44();
+        const QString flag = TestHome::path() + QStringLiteral("/dump-may-end");
+        QFile::remove(flag);
+        freshCase(kTape44);
+        ITDT_PATH.set(
+            writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
+                        QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
+                                       "echo 'dump begun'\nwhile [ ! -e '%2' ]; do sleep 0.05; done\n"
+                                       "echo 'dump done' >&2\necho 'Exit with code: 0'\n")
+                            .arg(simBinDir(), flag)));
         ViewController vc;
         vc.watch().notifier().setConnection(QDBusConnection::connectToBus(address, QStringLiteral("window")));
         vc.watch().notifyAfterMs = notifyAfterMs;
         // The offscreen platform warns that it cannot raise a window.
-        if (received.isEmpty())
+        if (!notified)
             QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
         test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
         QStringList asked;
         answerWith({}, &asked);
         vc.btnRetrieveLog(vc.ui.btnRetriveLog);
+        const LiveOutputView &live = *vc.watch().liveView();
+        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
+        QVERIFY(QRegularExpression(
+                    QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
+                    .match(live.toPlainText())
+                    .hasMatch());
+        QLabel &clock = *vc.watch().elapsedLabel();
+        QCOMPARE(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:00"));
+        QTRY_COMPARE_WITH_TIMEOUT(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:01"), 3000);
+        QCOMPARE(read(&clock, QAccessible::Name), clock.text()); // the clock is read as it ticks
+        QVERIFY(!live.toPlainText().contains(QStringLiteral("dump done")));
+        QFile(flag).open(QIODevice::WriteOnly);
+        // The two streams are read apart: only each one's own order is kept.
+        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("\ndump done\n")));
+        QVERIFY(live.toPlainText().indexOf(QStringLiteral("dump begun")) <
+                live.toPlainText().indexOf(QStringLiteral("dump done")));
+        QVERIFY(formatAt(live.document(), QStringLiteral("dump done")).foreground() !=
+                formatAt(live.document(), QStringLiteral("dump begun")).foreground());
         QVERIFY(waitUntil([&] { return !vc.engine.isOperating(); }));
+        QVERIFY(!paneText(vc).contains(QStringLiteral("$ ")));
         QTest::qWait(300); // for a notification that should not come
-        QCOMPARE(notifications.received, received);
-        if (received.isEmpty())
+        QCOMPARE(notifications.received.size(), notified ? 1 : 0);
+        if (!notified)
             return;
+        // The fake dump saves no file, so the operation failed.
+        QVERIFY2(QRegularExpression(QStringLiteral("^Retrieving the log of tape44: Failed \\| Retrieve Log "
+                                                   "on tape44 ended after 00:0\\d: Failed$"))
+                     .match(notifications.received.first())
+                     .hasMatch(),
+                 qPrintable(notifications.received.first()));
         Q_EMIT notifications.ActionInvoked(6, QStringLiteral("default")); // another program's
         QTest::qWait(200);
         QVERIFY(!vc.isVisible());
