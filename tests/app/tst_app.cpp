@@ -1,8 +1,7 @@
 // ctest-timeout: 120
 // The application: its windows and menus, the compiled-in manual, the real
 // program quit while a tool hangs, and a settings store that cannot be read or
-// written. With TAPEDESK_SCREENSHOT_DIR set (and a real display) it also saves
-// the pictures the README shows.
+// written.
 
 #include "Preferences/PreferencesViewController.h"
 #include "Preferences/PreferencesWindowController.h"
@@ -202,120 +201,6 @@ private Q_SLOTS:
                  QStringLiteral("Preferences could not be saved to %1 - they apply until TapeDesk quits.")
                      .arg(file));
         QCOMPARE(readFile(file), before);
-    }
-
-    // Not a check: pictures for the documentation, taken only when asked.
-    void screenshots()
-    {
-        const QString dir = qEnvironmentVariable("TAPEDESK_SCREENSHOT_DIR");
-        if (dir.isEmpty())
-            QSKIP("TAPEDESK_SCREENSHOT_DIR not set");
-        // Where the tools live on a typical host; the picture shows the paths, not the tools.
-        setPaths(QStringLiteral("/opt/itdt/itdt"), QStringLiteral("/usr/local/bin/ltfs"),
-                 QStringLiteral("/usr/local/bin/mkltfs"), QStringLiteral("/srv/tapedesk/output"));
-        const auto shoot = [&](QWidget *window, int settleMs, const char *file) {
-            QVERIFY(QTest::qWaitForWindowExposed(window));
-            QTest::qWait(settleMs); // the help window renders its pages in the background
-            QVERIFY(window->grab().save(dir + QLatin1String(file)));
-        };
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showPreferences();
-        delegate.preferencesController->pathsPane()->ui.btnSave->click();
-        shoot(delegate.preferencesController.get(), 500, "/preferences-window.png");
-        delegate.showHelp();
-        delegate.helpController->resize(900, 860);
-        qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController())
-            ->pdfView()
-            ->pageNavigator()
-            ->jump(1, QPointF());
-        shoot(delegate.helpController.get(), 2500, "/help-window.png");
-
-        // The first start on a host without the tools: the message, and the
-        // preferences window that opened by itself over the main window. An
-        // operator's home without a Documents folder; nothing is saved there.
-        const QByteArray home = qgetenv("HOME");
-        const QByteArray path = qgetenv("PATH");
-        qputenv("HOME", "/home/operator");
-        qputenv("PATH", "/usr/bin:/bin");
-        SettingsStore::removeKeys(
-            {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs, PreferenceKeys::output});
-        ViewController window;
-        AppDelegate first;
-        first.applicationDidFinishLaunching();
-        first.attachMainWindow(window);
-        window.viewDidLoad({QStringLiteral("tapedesk")});
-        window.show();
-        QVERIFY(waitUntil(
-            [&] { return first.preferencesController && first.preferencesController->isVisible(); }));
-        QVERIFY(QTest::qWaitForWindowExposed(first.preferencesController.get()));
-        QTest::qWait(500);
-        QPixmap shot = window.grab();
-        const QPixmap preferences = first.preferencesController->grab();
-        {
-            QPainter painter(&shot);
-            // Below the message, which is what the operator reads first.
-            const QPoint at((shot.width() - preferences.width()) / 2 + 120, 300);
-            painter.drawPixmap(at, preferences);
-            painter.setPen(QPen(QColor(0x60, 0x90, 0xd0), 2));
-            painter.drawRect(QRect(at, preferences.size()).adjusted(-1, -1, 0, 0));
-        }
-        qputenv("HOME", home);
-        qputenv("PATH", path);
-        const QImage small = shot.scaledToWidth(820, Qt::SmoothTransformation).toImage();
-        QVERIFY(small.save(dir + QStringLiteral("/first-start.png"), nullptr, 0));
-
-        // A tape mounted through the simulator, its details in the Volume tab:
-        // a cartridge a quarter full whose drive asks for cleaning.
-        freshCase("[drive]\nid = tape56\nmodel = ULTRIUM-HH9\nserial = 1013000156\naddress = H1-B0-T6-L0\n"
-                  "cartridge = yes\nbarcode = TD0056\nformatted = yes\nvolume = PROJ56\n"
-                  "formatted-at = 2026-03-02T09:14:05.120000000Z\nloads = 41\nused-mb = 4100000\n"
-                  "tape-alert = 0x0000000000100000\n");
-        QVERIFY(QDir().mkpath(QStringLiteral("/tmp/ltfs/mnt/56")));
-        QCOMPARE(QProcess::execute(simBinDir() + QStringLiteral("/ltfs"),
-                                   {QStringLiteral("/tmp/ltfs/mnt/56"), QStringLiteral("-o"),
-                                    QStringLiteral("devname=56")}),
-                 0);
-        DriveRecord mounted;
-        mounted.id = QStringLiteral("tape56");
-        mounted.name = QStringLiteral("56");
-        mounted.serialNumber = QStringLiteral("1013000156");
-        mounted.mounted = true;
-        DriveStateStore::saveDriveInfo(*makeDrive(mounted));
-        ViewController tape;
-        tape.viewDidLoad({QStringLiteral("tapedesk")});
-        tape.show();
-        QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
-        // The record TapeDesk kept of its mount: the card that reads mounted.
-        const QList<DrivePtr> cards = tape.driveModel()->drives();
-        for (int row = 0; row < cards.size(); ++row) {
-            if (cards[row]->mounted() && cards[row]->id() == QStringLiteral("tape56"))
-                tape.ui.tableView->selectRow(row);
-        }
-        tape.ui.paneTabs->setCurrentWidget(tape.volumeView());
-        QVERIFY2(
-            waitUntil([&] { return tape.volumeView()->stateText().startsWith(QStringLiteral("As LTFS")); }),
-            qPrintable(tape.volumeView()->stateText() + paneText(tape)));
-        shoot(&tape, 300, "/volume-details.png");
-        // A long format under way on a blank cartridge: the tool's output
-        // live in its tab and the clock beside the progress.
-        freshCase("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n");
-        ViewController formatting;
-        formatting.show();
-        QVERIFY(waitUntil([&] { return formatting.engine.lastOperation().ended; }));
-        qputenv("TAPESIM_SPEED", "6");
-        test::selectDrive(formatting, QStringLiteral("tape44"), QStringLiteral("44")); // blank
-        QStringList asked;
-        answerWith({QStringLiteral("0"), QStringLiteral("ARCH44"), QStringLiteral("0")}, &asked);
-        formatting.btnFormat(formatting.ui.btnFormat);
-        formatting.ui.paneTabs->setCurrentIndex(1);
-        QVERIFY(waitUntil(
-            [&] { return formatting.watch().elapsedLabel()->text().endsWith(QStringLiteral("00:03")); },
-            20000));
-        QTest::qWait(300);
-        QVERIFY(formatting.grab().save(dir + QStringLiteral("/live-output.png")));
-        formatting.engine.abandon();
-        qunsetenv("TAPESIM_SPEED");
     }
 };
 
