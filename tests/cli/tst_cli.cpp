@@ -99,6 +99,25 @@ private Q_SLOTS:
         row("recover", false, "", "recover 93 --yes", 0, "Volume Recovered");
         row("mount --yes leaves ltfsck to recover", false, "", "mount 93 --yes", 1, "Recovery canceled");
         row("unknown drive", false, "", "test nosuch --yes", 2, "  tape72  name 72  serial 1013000172");
+        // What is wrong with the command line is said before anything runs.
+        row("a command's help", false, "", "format --help", 0,
+            "Usage: tapedesk-cli [--json] [--verbose] format");
+        row("version", false, "", "--version", 0, "tapedesk-cli 1.");
+        row("unknown command", false, "", "frobnicate 71", 2, "Unknown command: frobnicate");
+        row("unknown option", false, "", "scan --bogus", 2, "Unknown option 'bogus'.");
+        row("no drive", false, "", "test --yes", 2, "test needs a DRIVE: tapedesk-cli test");
+        row("format needs --name", false, "", "format 72 --then eject", 3,
+            "Refused: format needs --name NAME");
+        row("an invalid name", false, "", "format 72 --name AB-12 --then eject", 2,
+            "name entered is invalid: AB-12");
+        row("--then sideways", false, "", "format 72 --name AB1234 --then up", 2,
+            "--then takes mount or eject, not up");
+        row("unmount of a tape not mounted", false, "", "unmount 71", 3,
+            "tape71 is not mounted by TapeDesk.");
+        row("recover of a mounted tape", true, "", "recover 71 --yes", 3,
+            "tape71 is mounted; unmount it first.");
+        row("paths set, one wrong", false, "", "paths --mkltfs /nowhere/mkltfs", 1,
+            "mkltfs not found at /nowhere/mkltfs");
     }
     void commands()
     {
