@@ -9,6 +9,7 @@
 #include "app/AppDelegate.h"
 #include "app/DarkLook.h"
 #include "drives/DriveStateStore.h"
+#include "operations/PaneText.h"
 #include "operations/Texts.h"
 #include "support/EngineHarness.h"
 #include "support/Support.h"
@@ -774,6 +775,30 @@ private Q_SLOTS:
         QVERIFY(!vc.isVisible());
         Q_EMIT notifications.ActionInvoked(7, QStringLiteral("default"));
         QTRY_VERIFY(vc.isVisible());
+    }
+
+    // A flood shows only what could be read: the last lines, whether they
+    // came in one chunk or in many, and a long line cut as the pane cuts it.
+    void liveOutputKeepsTheLastLines()
+    {
+        LiveOutputView view;
+        view.showToolStarted(QStringLiteral("itdt"), {QStringLiteral("dump")});
+        QByteArray big;
+        for (int i = 0; i < LiveOutputView::kMaxLines + 500; ++i)
+            big += "out " + QByteArray::number(i) + '\n';
+        view.showOutput(OutputStream::Stdout, big);
+        for (int i = 0; i < 2 * LiveOutputView::kMaxLines + 10; ++i)
+            view.showOutput(OutputStream::Stderr, "err " + QByteArray::number(i) + '\n');
+        view.showOutput(OutputStream::Stdout, QByteArray(2 * kLongestPaneLine + 5, 'x') + '\n');
+        QTRY_COMPARE(view.pendingLines(), 0);
+        const QStringList lines = view.toPlainText().split(QLatin1Char('\n'));
+        QVERIFY(lines.size() <= LiveOutputView::kMaxLines + 1);
+        QVERIFY(!view.toPlainText().contains(QStringLiteral("out ")));
+        QCOMPARE(
+            lines.mid(lines.size() - 5),
+            (QStringList{QStringLiteral("err %1").arg(2 * LiveOutputView::kMaxLines + 9),
+                         QString(kLongestPaneLine, QLatin1Char('x')),
+                         QString(kLongestPaneLine, QLatin1Char('x')), QStringLiteral("xxxxx"), QString()}));
     }
 };
 
