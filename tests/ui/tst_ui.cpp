@@ -16,6 +16,7 @@
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/PathDefaults.h"
+#include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/AuthenticateViewController.h"
@@ -36,6 +37,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
+#include <QSignalSpy>
 #include <QTableView>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -775,6 +777,38 @@ private Q_SLOTS:
         QVERIFY(!vc.isVisible());
         Q_EMIT notifications.ActionInvoked(7, QStringLiteral("default"));
         QTRY_VERIFY(vc.isVisible());
+    }
+
+    // While a tool runs on the GUI thread's turn, the window takes no input
+    // but Stop: a click elsewhere is held back, Stop ends the run.
+    void stopIsTheOnlyInputWhileAToolHolds()
+    {
+        freshCase(kTape44);
+        ViewController vc;
+        vc.show();
+        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
+        QStringList asked;
+        answerWith({QStringLiteral("0")}, &asked);
+        vc.ui.btnMount->click();
+        QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
+        qputenv("TAPESIM_FAIL", "tape44:umount=hang");
+        QSignalSpy cleared(vc.ui.btnClearPreferences, &QPushButton::clicked);
+        QTimer presser;
+        QObject::connect(&presser, &QTimer::timeout, [&] {
+            if (!vc.engine.isWaitingResponsive() || children::liveCount() == 0)
+                return;
+            presser.stop();
+            QTest::mouseClick(vc.ui.btnClearPreferences, Qt::LeftButton);
+            QTest::mouseClick(vc.ui.btnStop, Qt::LeftButton);
+        });
+        presser.start(20);
+        vc.ui.btnMount->click();
+        QVERIFY2(waitForPane(vc, QStringLiteral("Stopped by the operator: the wait for the unmount")),
+                 qPrintable(paneText(vc)));
+        QVERIFY(waitForIdle(vc));
+        qunsetenv("TAPESIM_FAIL");
+        QCOMPARE(cleared.size(), 0);
+        QVERIFY(vc.engine.selectedDrive.get()->mounted());
     }
 
     // A flood shows only what could be read: the last lines, whether they
