@@ -150,7 +150,12 @@ std::string writeDump(const std::string &folder, const DriveState &d)
     const std::string base = folder + "/" + d.serial + "_" + timestamp();
     const std::string data = dumpContent(d);
     for (int n = 0; n < 1000; ++n) {
-        std::string path = base + (n ? "_" + std::to_string(n) : "") + ".blz";
+        // Appended piece by piece: GCC 12 at -O3 (the Release build) reports
+        // a false -Wrestrict overlap for "literal" + std::string.
+        std::string path = base;
+        if (n)
+            path.append("_").append(std::to_string(n));
+        path.append(".blz");
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
         if (fd < 0 && errno == EEXIST)
             continue;
@@ -171,8 +176,10 @@ int scan(ItdtCall &call)
     const State s = call.ctx.store().snapshot();
     for (size_t i = 0; i < s.drives.size(); ++i) {
         const DriveState &d = s.drives[i];
-        call.ctx.out("#" + std::to_string(i) + " " + d.id + " - [" + d.model + "]-[" + d.firmware +
-                     "] S/N:" + d.serial + " " + d.address);
+        std::string line = "#";
+        line.append(std::to_string(i));
+        call.ctx.out(line + " " + d.id + " - [" + d.model + "]-[" + d.firmware + "] S/N:" + d.serial + " " +
+                     d.address);
     }
     return exitcode::Ok;
 }

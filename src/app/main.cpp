@@ -12,7 +12,9 @@ int main(int argc, char *argv[])
     QApplication app(argc, argv);
     app.setOrganizationName(QStringLiteral("TapeDesk"));
     app.setApplicationName(QStringLiteral("TapeDesk"));
-    app.setDesktopFileName(QStringLiteral("tapedesk"));
+    // The menu entry's name (resources/com.corvel.tapedesk.desktop), which is
+    // also the AppStream id: desktops match the window and its notifications to it.
+    app.setDesktopFileName(QStringLiteral("com.corvel.tapedesk"));
     tapedesk::installQuitOnSignals();
 
     tapedesk::AppDelegate delegate;

@@ -3,6 +3,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QGuiApplication>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -39,10 +40,11 @@ void DesktopNotifier::notify(const QString &summary, const QString &body)
                                          SLOT(actionInvoked(uint, QString)));
     }
     QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kService, QStringLiteral("Notify"));
-    // "default" is the action of a click on the notification itself.
+    // "default" is the action of a click on the notification itself. The
+    // desktop entry is the installed menu entry's name, which main() sets.
     call << QStringLiteral("TapeDesk") << 0U << QStringLiteral("media-tape") << summary << body
          << QStringList{QStringLiteral("default"), QStringLiteral("Show TapeDesk")}
-         << QVariantMap{{QStringLiteral("desktop-entry"), QStringLiteral("tapedesk")}} << -1;
+         << QVariantMap{{QStringLiteral("desktop-entry"), QGuiApplication::desktopFileName()}} << -1;
     auto *watcher = new QDBusPendingCallWatcher(connection.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *w) {
         const QDBusPendingReply<uint> reply = *w;
