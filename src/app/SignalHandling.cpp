@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <QTimer>
 #include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
@@ -48,6 +49,13 @@ void installQuitOnSignals()
         // event loops can end; then the loops themselves.
         children::killAll();
         QCoreApplication::quit();
+        // A dialog opened by an event already queued behind this one (the
+        // first start's message) runs a loop of its own that began after the
+        // quit: quitting again ends it too, rather than leaving the window
+        // waiting for an answer no one will give.
+        auto *again = new QTimer(notifier);
+        QObject::connect(again, &QTimer::timeout, &QCoreApplication::quit);
+        again->start(100);
     });
 
     struct sigaction action = {};
