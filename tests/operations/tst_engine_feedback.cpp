@@ -1,17 +1,13 @@
 // ctest-timeout: 60
 // What every workflow leans on, through the engine and a recording face: exit
 // codes found in tool text, the error texts, statuses with and without them,
-// the order of what background threads post, and each action's refusal
-// without the paths.
+// and the order of what background threads post.
 
-#include "operations/Texts.h"
 #include "support/EngineHarness.h"
 #include "support/TestEnv.h"
 #include "tools/Console.h"
-#include "tools/ToolPaths.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QTest>
 #include <QThreadPool>
 
@@ -127,55 +123,6 @@ private Q_SLOTS:
         for (int i = 0; i < 900; ++i)
             QCOMPARE(lines.at(i), QStringLiteral("line %1").arg(i + 100));
         QCOMPARE(face.events.filter(QStringLiteral("status 0 ")).size(), 10);
-    }
-
-    void everyActionRefusesWithoutPaths_data()
-    {
-        QTest::addColumn<int>("action");
-        QTest::addColumn<bool>("onlyOutputMissing");
-        for (auto [name, action] : {std::pair{"scan", Action::Scan},
-                                    {"mount", Action::Mount},
-                                    {"dump", Action::RetrieveLog},
-                                    {"test", Action::Test},
-                                    {"upgrade", Action::Upgrade},
-                                    {"validate", Action::HostValidation},
-                                    {"format", Action::Format}}) {
-            QTest::addRow("%s, no paths", name) << static_cast<int>(action) << false;
-            QTest::addRow("%s, output folder unset, drive selected", name)
-                << static_cast<int>(action) << true;
-        }
-    }
-
-    void everyActionRefusesWithoutPaths()
-    {
-        QFETCH(int, action);
-        QFETCH(bool, onlyOutputMissing);
-        const QString calls = TestHome::path() + QStringLiteral("/tool-calls");
-        QFile::remove(calls);
-        for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
-            p->set(std::nullopt);
-        RecordingFace face;
-        QStringList asked;
-        answerWith({}, &asked);
-        TapeEngine engine(face);
-        if (onlyOutputMissing) {
-            // Tools that would leave a trace if anything ran.
-            const QString bin = makeDir(QStringLiteral("tracebin"));
-            const QString trace =
-                QStringLiteral("echo \"$0 $*\" >> \"$HOME/tool-calls\"\necho 'Exit with code: 0'");
-            ITDT_PATH.set(writeScript(bin, QStringLiteral("itdt"), trace));
-            LTFS_PATH.set(writeScript(bin, QStringLiteral("ltfs"), trace));
-            MKLTFS_PATH.set(writeScript(bin, QStringLiteral("mkltfs"), trace));
-            DriveRecord r;
-            r.id = QStringLiteral("tape0");
-            r.name = QStringLiteral("0");
-            r.serialNumber = QStringLiteral("1111111111");
-            engine.selectedDrive.set(makeDrive(r));
-        }
-        QVERIFY(performToEnd(engine, static_cast<Action>(action)));
-        QVERIFY2(face.pane.endsWith(QLatin1Char('\n') + MSG_NO_PREFERENCES), qPrintable(face.pane));
-        QCOMPARE(asked, QStringList());
-        QVERIFY2(!QFile::exists(calls), readFile(calls).constData());
     }
 };
 
