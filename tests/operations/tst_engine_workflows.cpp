@@ -17,6 +17,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTest>
@@ -119,7 +120,8 @@ QList<Scenario> loadScenarios()
         for (const QString &v : m.captured(1).split(QLatin1Char(','))) {
             Scenario one{s.name.left(m.capturedStart()) + v, {}};
             for (QString line : s.lines) {
-                if (line.startsWith(QLatin1Char('['))) {
+                if (line.startsWith(QLatin1Char('[')) &&
+                    line.indexOf(QStringLiteral("] ")) == line.indexOf(QLatin1Char(']'))) {
                     const QStringList only =
                         line.mid(1, line.indexOf(QLatin1Char(']')) - 1).split(QLatin1Char(','));
                     if (!only.contains(v))
@@ -242,8 +244,8 @@ private:
         QFile::remove(logPath());
         for (const char *folder : {"output", "saved", "fw", "fake"})
             QDir(TestHome::path() + QLatin1Char('/') + QLatin1String(folder)).removeRecursively();
-        // the mount points of this test's own drives (tape51, tape52)
-        for (const char *point : {"/tmp/ltfs/mnt/51", "/tmp/ltfs/mnt/52"}) {
+        // the mount points of this test's own drives (tape51, tape52, tape91)
+        for (const char *point : {"/tmp/ltfs/mnt/51", "/tmp/ltfs/mnt/52", "/tmp/ltfs/mnt/91"}) {
             QDir(QLatin1String(point)).removeRecursively();
             QFile::remove(QLatin1String(point));
         }
@@ -351,6 +353,18 @@ private:
                  return path + QLatin1Char(' ') + QString::fromUtf8(readFile(path));
              }},
             {QStringLiteral("listed"), [&](const QString &) { return QString::number(face.listed.size()); }},
+            {QStringLiteral("tool-output-has"), // what reached the face as the tools printed it
+             [&](const QString &want) { return face.toolBytes.contains(want.toUtf8()) ? want : QString(); }},
+            {QStringLiteral("file-has"),
+             [&](const QString &want) {
+                 const QString path = want.section(QLatin1Char(' '), 0, 0);
+                 return readFile(path).contains(want.section(QLatin1Char(' '), 1).toUtf8()) ? want : path;
+             }},
+            {QStringLiteral("file-lacks"),
+             [&](const QString &want) {
+                 const QString path = want.section(QLatin1Char(' '), 0, 0);
+                 return readFile(path).contains(want.section(QLatin1Char(' '), 1).toUtf8()) ? path : want;
+             }},
         };
 
         for (int i = 0; i < lines.size(); ++i) {
@@ -382,6 +396,12 @@ private:
                         qunsetenv("TAPESIM_FAIL");
                 });
                 healer->start(20);
+            } else if (word == QStringLiteral("sh")) {
+                // a command run with the simulator first on PATH
+                if (QProcess::execute(QStringLiteral("/bin/sh"),
+                                      {QStringLiteral("-c"),
+                                       QStringLiteral("PATH=%1:$PATH; %2").arg(simBinDir(), rest)}) != 0)
+                    fail(line, QStringLiteral("failed"));
             } else if (word == QStringLiteral("fault")) {
                 qputenv("TAPESIM_FAIL", rest.toUtf8());
             } else if (word == QStringLiteral("path")) {
