@@ -1,14 +1,85 @@
 #include "app/DarkLook.h"
 
 #include <QApplication>
+#include <QIconEngine>
+#include <QPainter>
 #include <QPalette>
+#include <QPointer>
+#include <QProxyStyle>
 #include <QStyleFactory>
 
 namespace tapedesk {
 
+namespace {
+
+// A standard icon of the style, read only when something first draws or
+// measures it. Qt reads every file of an icon when the icon is made, and
+// finding the files' format loads each image plugin.
+class DeferredStandardIcon : public QIconEngine
+{
+public:
+    DeferredStandardIcon(QStyle *style, QStyle::StandardPixmap which) : m_style(style), m_which(which) {}
+
+    void paint(QPainter *painter, const QRect &rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        icon().paint(painter, rect, Qt::AlignCenter, mode, state);
+    }
+    QPixmap pixmap(const QSize &size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().pixmap(size, mode, state);
+    }
+    QPixmap scaledPixmap(const QSize &size, QIcon::Mode mode, QIcon::State state, qreal scale) override
+    {
+        return icon().pixmap(size, scale, mode, state);
+    }
+    QSize actualSize(const QSize &size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().actualSize(size, mode, state);
+    }
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().availableSizes(mode, state);
+    }
+    bool isNull() override { return icon().isNull(); }
+    QString key() const override { return QStringLiteral("DeferredStandardIcon"); }
+    QIconEngine *clone() const override { return new DeferredStandardIcon(m_style, m_which); }
+
+private:
+    const QIcon &icon()
+    {
+        if (!m_read && m_style)
+            m_icon = m_style->standardIcon(m_which);
+        m_read = true;
+        return m_icon;
+    }
+
+    QPointer<QStyle> m_style;
+    QStyle::StandardPixmap m_which;
+    QIcon m_icon;
+    bool m_read = false;
+};
+
+// Fusion, but the menu bar's overflow button (which TapeDesk's fixed width
+// never shows) gets its icon only when it is drawn: made at once, it would
+// load every image plugin before the main window's first frame.
+class DarkStyle : public QProxyStyle
+{
+public:
+    DarkStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+
+    QIcon standardIcon(StandardPixmap which, const QStyleOption *option, const QWidget *widget) const override
+    {
+        if (which == SP_ToolBarHorizontalExtensionButton && !option)
+            return QIcon(new DeferredStandardIcon(baseStyle(), which));
+        return QProxyStyle::standardIcon(which, option, widget);
+    }
+};
+
+} // namespace
+
 void applyDarkLook(QApplication &app)
 {
-    app.setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    app.setStyle(new DarkStyle);
     QPalette p;
     const QColor window(0x2b, 0x2d, 0x31);
     const QColor base(0x1e, 0x1f, 0x22);
