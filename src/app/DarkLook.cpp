@@ -1,12 +1,16 @@
 #include "app/DarkLook.h"
 
 #include <QApplication>
+#include <QGroupBox>
 #include <QIconEngine>
+#include <QImageReader>
 #include <QPainter>
 #include <QPalette>
 #include <QPointer>
 #include <QProxyStyle>
 #include <QStyleFactory>
+#include <QStyleOption>
+#include <qdrawutil.h>
 
 namespace tapedesk {
 
@@ -59,9 +63,11 @@ private:
     bool m_read = false;
 };
 
-// Fusion, but the menu bar's overflow button (which TapeDesk's fixed width
-// never shows) gets its icon only when it is drawn: made at once, it would
-// load every image plugin before the main window's first frame.
+// Fusion, but nothing in the main window's first frame makes Qt look for an
+// image's format, which loads every image plugin (several libraries): the menu
+// bar's overflow button (which TapeDesk's fixed width never shows) gets its
+// icon only when it is drawn, and a titled group box's frame is Fusion's own
+// picture read as the PNG it is, drawn where Fusion (Qt 6.4) draws it.
 class DarkStyle : public QProxyStyle
 {
 public:
@@ -73,6 +79,29 @@ public:
             return QIcon(new DeferredStandardIcon(baseStyle(), which));
         return QProxyStyle::standardIcon(which, option, widget);
     }
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
+                       const QWidget *widget) const override
+    {
+        const auto *box = qobject_cast<const QGroupBox *>(widget);
+        if (element != PE_FrameGroupBox || !box || (box->title().isEmpty() && !box->isCheckable())) {
+            QProxyStyle::drawPrimitive(element, option, painter, widget);
+            return;
+        }
+        if (m_groupBoxFrame.isNull()) {
+            QImageReader reader(
+                QStringLiteral(":/qt-project.org/styles/commonstyle/images/fusion_groupbox.png"), "png");
+            reader.setAutoDetectImageFormat(false);
+            m_groupBoxFrame = QPixmap::fromImage(reader.read());
+        }
+        // Below the title: as high as its text or a check box, and 3 more.
+        const int top = qMax(pixelMetric(PM_ExclusiveIndicatorHeight), option->fontMetrics.height()) + 3;
+        qDrawBorderPixmap(painter, option->rect.adjusted(0, top, 0, 0), QMargins(6, 6, 6, 6),
+                          m_groupBoxFrame);
+    }
+
+private:
+    mutable QPixmap m_groupBoxFrame;
 };
 
 } // namespace
