@@ -319,9 +319,9 @@ void ViewController::viewDidAppear()
     volumeView();
     if (!m_paneFontsSet) {
         // The panes are empty in the first frame, and finding the monospaced
-        // face and its fallbacks costs it a tenth of its time: they get it now,
-        // before anything is written to them. A style hint instead of asking
-        // the platform for its fixed font: the same face, without a
+        // face and its fallbacks took it a few percent of its time: they get
+        // it now, before anything is written to them. A style hint instead of
+        // asking the platform for its fixed font: the same face, without a
         // font-database walk.
         m_paneFontsSet = true;
         QFont mono(QStringLiteral("monospace"));
