@@ -4,15 +4,15 @@
 #include "Preferences/PreferencesWindowController.h"
 #include "app/DarkLook.h"
 #include "app/Eula_ViewController.h"
-#include "app/Help_ViewController.h"
 #include "app/WindowController.h"
-#include "ui/AuthenticateViewController.h"
+#include "app/WindowModules.h"
 #include "ui/ViewController.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QFile>
 #include <QIcon>
+#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QTabWidget>
@@ -26,6 +26,20 @@ inline const QString kIconResource = QStringLiteral(":/icons/tapedesk.png");
 QString plain(QString title)
 {
     return title.remove(QLatin1Char('&'));
+}
+
+// What a window shows when its library could not be loaded: the application
+// goes on without it.
+QWidget *moduleViewOrNotice(WindowModule module, const QString &what)
+{
+    if (QWidget *view = makeModuleView(module))
+        return view;
+    auto *notice = new QLabel(what + QStringLiteral(" could not be loaded from ") + moduleFile(module) +
+                              QLatin1Char('.'));
+    notice->setObjectName(QStringLiteral("lblModuleMissing"));
+    notice->setWordWrap(true);
+    notice->setMargin(24);
+    return notice;
 }
 
 QAction *command(QObject *owner, const QString &name, const QString &text, const QKeySequence &keys,
@@ -77,15 +91,27 @@ void AppDelegate::applicationDidFinishLaunching(QObject *)
 {
     if (auto *app = qobject_cast<QApplication *>(QCoreApplication::instance())) {
         applyDarkLook(*app);
-        if (QFile::exists(kIconResource))
-            QApplication::setWindowIcon(QIcon(kIconResource));
+        // Reading the icon decodes a large PNG and looks through the image
+        // plugins: the main window gets it after its first frame, the
+        // delegate's own windows before they show.
+        m_iconPending = true;
     }
+}
+
+void AppDelegate::applyIcon()
+{
+    if (!m_iconPending)
+        return;
+    m_iconPending = false;
+    if (QFile::exists(kIconResource))
+        QApplication::setWindowIcon(QIcon(kIconResource));
 }
 
 void AppDelegate::applicationWillTerminate(QObject *) {}
 
 void AppDelegate::showPreferences(QObject *sender)
 {
+    applyIcon();
     if (!preferencesController) {
         preferencesController = std::make_unique<PreferencesWindowController>();
         connect(preferencesController->pathsPane(), &PreferencesViewController::saved, this, [this] {
@@ -98,9 +124,11 @@ void AppDelegate::showPreferences(QObject *sender)
 
 void AppDelegate::showHelp(QObject *sender)
 {
+    applyIcon();
     if (!helpController) {
         helpController = std::make_unique<WindowController>(
-            QStringLiteral("HELP_WC"), QStringLiteral("TapeDesk Help"), new Help_ViewController);
+            QStringLiteral("HELP_WC"), QStringLiteral("TapeDesk Help"),
+            moduleViewOrNotice(WindowModule::Help, QStringLiteral("The manual")));
         helpController->resize(820, 860);
     }
     helpController->showWindow(sender);
@@ -108,6 +136,7 @@ void AppDelegate::showHelp(QObject *sender)
 
 void AppDelegate::showEula(QObject *sender)
 {
+    applyIcon();
     if (!eulaController)
         eulaController = std::make_unique<WindowController>(
             QStringLiteral("EULA_WC"), QStringLiteral("Licence Agreement"), new Eula_ViewController);
@@ -116,9 +145,11 @@ void AppDelegate::showEula(QObject *sender)
 
 void AppDelegate::showAccount(QObject *sender)
 {
+    applyIcon();
     if (!accountController)
         accountController = std::make_unique<WindowController>(
-            QStringLiteral("ACCOUNT_WC"), QStringLiteral("Account"), new AuthenticateViewController);
+            QStringLiteral("ACCOUNT_WC"), QStringLiteral("Account"),
+            moduleViewOrNotice(WindowModule::Account, QStringLiteral("The account login")));
     accountController->showWindow(sender);
 }
 
@@ -127,6 +158,7 @@ void AppDelegate::attachMainWindow(ViewController &window)
     m_mainWindow = &window;
     installMenus(window.menuBar());
     connect(&window, &ViewController::preferencesNeeded, this, [this] { showPreferences(); });
+    connect(&window, &ViewController::appeared, this, &AppDelegate::applyIcon);
 }
 
 void AppDelegate::installMenus(QMenuBar *bar)

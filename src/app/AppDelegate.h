@@ -56,7 +56,11 @@ public:
     QAction *actionQuit = nullptr;
 
 private:
+    // Gives the application its icon, once.
+    void applyIcon();
+
     QPointer<ViewController> m_mainWindow;
+    bool m_iconPending = false;
 };
 
 } // namespace tapedesk

@@ -53,3 +53,9 @@ void Help_ViewController::viewDidLoad()
 }
 
 } // namespace tapedesk
+
+// Looked up by name when the help is first opened (app/WindowModules.h).
+extern "C" Q_DECL_EXPORT QWidget *tapedesk_makeHelpView()
+{
+    return new tapedesk::Help_ViewController;
+}

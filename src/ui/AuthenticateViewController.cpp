@@ -188,3 +188,9 @@ std::optional<QVariantMap> AuthenticateViewController::convertToDictionary(const
 }
 
 } // namespace tapedesk
+
+// Looked up by name when the account window is first opened (app/WindowModules.h).
+extern "C" Q_DECL_EXPORT QWidget *tapedesk_makeAccountView()
+{
+    return new tapedesk::AuthenticateViewController;
+}

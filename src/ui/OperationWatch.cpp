@@ -18,10 +18,7 @@ OperationWatch::OperationWatch(TapeEngine &engine, QWidget *window)
     : QObject(window), m_engine(engine), m_window(window), m_liveView(new LiveOutputView(window)),
       m_elapsed(new QLabel(window)), m_notifier(this)
 {
-    QFont mono(QStringLiteral("monospace"));
-    mono.setStyleHint(QFont::TypeWriter);
-    mono.setPointSize(10);
-    m_liveView->setFont(mono);
+    // The window gives the view its monospaced font after its first frame.
     QPalette pane = m_liveView->palette();
     pane.setColor(QPalette::Base, QColor(0x12, 0x14, 0x18));
     pane.setColor(QPalette::Text, QColor(0xe6, 0xe6, 0xe6));

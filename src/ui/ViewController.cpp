@@ -38,6 +38,16 @@ namespace tapedesk {
 
 namespace {
 
+// A window that is shown but never drawn (on a desktop nobody looks at)
+// starts its engine after this long instead.
+constexpr int kAppearUndrawnMs = 500;
+
+QEvent::Type appearEvent()
+{
+    static const auto type = static_cast<QEvent::Type>(QEvent::registerEventType());
+    return type;
+}
+
 // The stop square of media controls in the caption's own colour: no status
 // colour, since Stop has no outcome of its own. Qt greys it when disabled.
 QIcon stopIcon(const QColor &colour)
@@ -197,12 +207,6 @@ void ViewController::buildLayout()
     ui.rightScrollView->setReadOnly(true);
     ui.rightScrollView->setUndoRedoEnabled(false);
     ui.rightScrollView->setLineWrapMode(QPlainTextEdit::WidgetWidth);
-    // A style hint instead of asking the platform for its fixed font: the
-    // same monospaced face, without a font-database walk before the first frame.
-    QFont mono(QStringLiteral("monospace"));
-    mono.setStyleHint(QFont::TypeWriter);
-    mono.setPointSize(10);
-    ui.rightScrollView->setFont(mono);
     QPalette pane = ui.rightScrollView->palette();
     pane.setColor(QPalette::Base, QColor(0x12, 0x14, 0x18));
     pane.setColor(QPalette::Text, Qt::white);
@@ -215,7 +219,9 @@ void ViewController::buildLayout()
     ui.paneTabs->setDocumentMode(true);
     ui.paneTabs->addTab(ui.rightScrollView, QStringLiteral("Transcript"));
     ui.paneTabs->addTab(m_watch->liveView(), QStringLiteral("Tool Output"));
-    ui.paneTabs->addTab(m_volumeView = new VolumeDetailsView(engine, ui.paneTabs), QStringLiteral("Volume"));
+    // The volume's view takes this place once the first frame is on screen
+    // (volumeView()): measured for the first layout, it held that frame back.
+    ui.paneTabs->addTab(new QWidget, QStringLiteral("Volume"));
     right->addWidget(ui.paneTabs, 1);
 
     outer->addLayout(right, 1);
@@ -262,12 +268,69 @@ void ViewController::viewDidLoad(const QStringList &launchArguments)
 void ViewController::showEvent(QShowEvent *event)
 {
     QMainWindow::showEvent(event);
-    if (!event->spontaneous())
-        QTimer::singleShot(0, this, [this] { viewDidAppear(); });
+    if (event->spontaneous())
+        return;
+    // The engine starts once the first frame is on screen: the scan's child
+    // processes and the journal would otherwise hold that frame back.
+    m_appearing = true;
+    QTimer::singleShot(kAppearUndrawnMs, this, [this] {
+        if (m_appearing)
+            viewDidAppear();
+    });
+}
+
+void ViewController::paintEvent(QPaintEvent *event)
+{
+    QMainWindow::paintEvent(event);
+    // The whole frame is drawn in this pass, child widgets after the window;
+    // a low priority lets what the frame itself queued go first.
+    if (m_appearing)
+        QCoreApplication::postEvent(this, new QEvent(appearEvent()), Qt::LowEventPriority);
+}
+
+bool ViewController::event(QEvent *event)
+{
+    if (event->type() != appearEvent())
+        return QMainWindow::event(event);
+    if (m_appearing)
+        viewDidAppear();
+    return true;
+}
+
+VolumeDetailsView *ViewController::volumeView()
+{
+    if (!m_volumeView) {
+        m_volumeView = new VolumeDetailsView(engine);
+        const int tab = ui.paneTabs->count() - 1;
+        const bool current = ui.paneTabs->currentIndex() == tab;
+        QWidget *placeholder = ui.paneTabs->widget(tab);
+        ui.paneTabs->removeTab(tab);
+        ui.paneTabs->addTab(m_volumeView, QStringLiteral("Volume"));
+        delete placeholder;
+        if (current)
+            ui.paneTabs->setCurrentIndex(tab);
+    }
+    return m_volumeView;
 }
 
 void ViewController::viewDidAppear()
 {
+    m_appearing = false;
+    volumeView();
+    if (!m_paneFontsSet) {
+        // The panes are empty in the first frame, and finding the monospaced
+        // face and its fallbacks took it a few percent of its time: they get
+        // it now, before anything is written to them. A style hint instead of
+        // asking the platform for its fixed font: the same face, without a
+        // font-database walk.
+        m_paneFontsSet = true;
+        QFont mono(QStringLiteral("monospace"));
+        mono.setStyleHint(QFont::TypeWriter);
+        mono.setPointSize(10);
+        ui.rightScrollView->setFont(mono);
+        m_watch->liveView()->setFont(mono);
+    }
+    Q_EMIT appeared();
     engine.start();
 }
 
@@ -496,7 +559,7 @@ void ViewController::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr
 
 void ViewController::volumeDetailsChanged(const VolumeReport &report)
 {
-    m_volumeView->showReport(report);
+    volumeView()->showReport(report);
 }
 
 } // namespace tapedesk

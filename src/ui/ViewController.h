@@ -57,6 +57,8 @@ public:
 
     // Start-up
     void viewDidLoad(const QStringList &launchArguments);
+    // Starts the engine (its first scan). Called once per showing of the
+    // window, right after its first frame is on screen.
     void viewDidAppear();
     // Told of every Save in the preferences window.
     void preferencesSaved();
@@ -90,7 +92,8 @@ public:
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
     bool holdInputButStop(bool held) override;
     void volumeDetailsChanged(const VolumeReport &report) override;
-    VolumeDetailsView *volumeView() const { return m_volumeView; }
+    // Made when the window first appears, or when first asked for before.
+    VolumeDetailsView *volumeView();
     void toolStarted(const QString &program, const QStringList &arguments) override;
     void toolOutput(OutputStream stream, QByteArrayView chunk) override;
 
@@ -101,9 +104,14 @@ Q_SIGNALS:
     // A start with no program path stored: the operator has to set them up.
     // The application answers by showing the preferences window.
     void preferencesNeeded();
+    // The window was shown and its first frame drawn; what start-up left for
+    // later can run now.
+    void appeared();
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+    bool event(QEvent *event) override;
     // While input is held: the application's input reaches only Stop and
     // the dialog a stop may ask.
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -117,6 +125,9 @@ private:
     VolumeDetailsView *m_volumeView = nullptr;
     OperationWatch *m_watch = nullptr;
     int m_inputHolds = 0;
+    // Shown, and viewDidAppear not yet called for this showing.
+    bool m_appearing = false;
+    bool m_paneFontsSet = false;
 };
 
 } // namespace tapedesk

@@ -44,10 +44,6 @@ VolumeDetailsView::VolumeDetailsView(TapeEngine &engine, QWidget *parent) : QWid
     layout->setSpacing(10);
 
     m_title = new QLabel(this);
-    QFont titleFont = m_title->font();
-    titleFont.setBold(true);
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.2);
-    m_title->setFont(titleFont);
     m_state = new QLabel(this);
     m_state->setObjectName(QStringLiteral("volumeState"));
     m_state->setWordWrap(true);
@@ -68,7 +64,6 @@ VolumeDetailsView::VolumeDetailsView(TapeEngine &engine, QWidget *parent) : QWid
     m_form->setHorizontalSpacing(16);
     for (const auto &[label, value] : volumeDetailRows(VolumeDetails{})) {
         auto *field = new QLabel(value, this);
-        field->setTextInteractionFlags(Qt::TextSelectableByMouse);
         field->setWordWrap(true);
         field->setAccessibleDescription(label);
         m_form->addRow(label + QLatin1Char(':'), field);
@@ -120,6 +115,24 @@ void VolumeDetailsView::showReport(const VolumeReport &report)
         m_usage->setFormat(
             QStringLiteral("%1 of %2 used").arg(byteSize(*d.usedBytes), byteSize(*d.capacityBytes)));
     }
+}
+
+void VolumeDetailsView::showEvent(QShowEvent *event)
+{
+    // The title's own font and the selectable values are set up when the tab
+    // is first opened: a font of its own and ten selectable labels (each keeps
+    // a text document) measured for the main window's first layout held its
+    // first frame back.
+    if (!m_opened) {
+        m_opened = true;
+        QFont titleFont = m_title->font();
+        titleFont.setBold(true);
+        titleFont.setPointSizeF(titleFont.pointSizeF() * 1.2);
+        m_title->setFont(titleFont);
+        for (QLabel *value : std::as_const(m_values))
+            value->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    }
+    QWidget::showEvent(event);
 }
 
 QString VolumeDetailsView::stateText() const

@@ -32,6 +32,9 @@ public:
     // The value shown beside `label` ("Capacity", "Alerts", ...).
     QString valueOf(const QString &label) const;
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     void openVolume();
 
@@ -44,6 +47,7 @@ private:
     QList<QLabel *> m_values;
     QPushButton *m_refresh = nullptr;
     QPushButton *m_open = nullptr;
+    bool m_opened = false;
 };
 
 } // namespace tapedesk

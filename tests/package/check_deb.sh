@@ -21,6 +21,9 @@ for f in bin/tapedesk bin/tapedesk-cli "share/applications/$id.desktop" "share/m
   "bin/$(sed -n 's/^Exec=\([^ ]*\).*/\1/p' "$r/usr/share/applications/$id.desktop")"; do
   [ -f "$r/usr/$f" ] || fail "the package lacks /usr/$f"
 done
+for m in help account; do
+  ls "$r"/usr/lib/*/tapedesk/libtapedesk_$m.so >/dev/null 2>&1 || fail "the package lacks the $m window's library"
+done
 grep -q "<launchable type=\"desktop-id\">$id.desktop<" "$r/usr/share/metainfo/$id.metainfo.xml" || fail "metainfo launchable"
 
 "$r/usr/bin/tapedesk-cli" --help >"$work/log" 2>&1 && grep -q '^Usage: tapedesk-cli' "$work/log" || fail "tapedesk-cli --help"
