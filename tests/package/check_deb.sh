@@ -22,7 +22,7 @@ for f in bin/tapedesk bin/tapedesk-cli "share/applications/$id.desktop" "share/m
   [ -f "$r/usr/$f" ] || fail "the package lacks /usr/$f"
 done
 for m in help account; do
-  ls "$r"/usr/lib/*/tapedesk/libtapedesk_$m.so >/dev/null 2>&1 || fail "the package lacks the $m window's library"
+  find "$r/usr/lib" -path "*/tapedesk/libtapedesk_$m.so" | grep -q . || fail "the package lacks the $m window's library"
 done
 grep -q "<launchable type=\"desktop-id\">$id.desktop<" "$r/usr/share/metainfo/$id.metainfo.xml" || fail "metainfo launchable"
 
