@@ -67,15 +67,19 @@ void useSimulator();
 
 } // namespace tapedesk::test
 
-// The main of a test that needs no window: its own home, no console echo.
-#define TAPEDESK_ENGINE_TEST_MAIN(TestClass)                                                                 \
+// A test's main: its own home, the application of type App, then `setup`.
+#define TAPEDESK_TEST_MAIN_WITH(TestClass, App, setup)                                                       \
     int main(int argc, char **argv)                                                                          \
     {                                                                                                        \
         tapedesk::test::TestHome home;                                                                       \
-        QCoreApplication app(argc, argv);                                                                    \
+        App app(argc, argv);                                                                                 \
         tapedesk::test::configureApplication(app);                                                           \
-        tapedesk::setConsoleStream(nullptr);                                                                 \
+        setup;                                                                                               \
         TestClass tc;                                                                                        \
         QTEST_SET_MAIN_SOURCE_PATH                                                                           \
         return QTest::qExec(&tc, argc, argv);                                                                \
     }
+
+// The main of a test that needs no window: no console echo.
+#define TAPEDESK_ENGINE_TEST_MAIN(TestClass)                                                                 \
+    TAPEDESK_TEST_MAIN_WITH(TestClass, QCoreApplication, tapedesk::setConsoleStream(nullptr))
