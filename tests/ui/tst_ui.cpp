@@ -741,6 +741,8 @@ private Q_SLOTS:
         freshCase(kTape44);
         ViewController vc;
         vc.show();
+        // The start-up scan first, so no click meets it still running.
+        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
         test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
         QStringList asked;
         answerWith({QStringLiteral("0")}, &asked);
