@@ -324,8 +324,11 @@ QString TapeEngine::shell(const QString &launchPath, const QStringList &argument
         return {};
     toolStarting(launchPath, arguments);
     const ChunkObserver live = announceTool(launchPath, arguments);
-    int status = -1;
-    QString output = shellLaunch(launchPath, arguments, lastErrorOutput, live, &status);
+    const ToolResult run = shellLaunch(launchPath, arguments, live);
+    if (run.started)
+        lastErrorOutput.set(run.err);
+    const int status = run.exitStatus.value_or(-1);
+    QString output = run.out;
     const QString code = exitCodeFromOutput(output).value_or(QString());
     journal.toolEnded(status, code);
     // What a stopped tool printed decides nothing.

@@ -53,7 +53,7 @@ public:
     // Reaps `pid` if it has exited, leaving its exit status in `exitStatus`
     // (-1 after a signal). A pid stays in the set until it is reaped, so
     // killAll() can never hit a recycled pid.
-    bool tryReap(pid_t pid, int &exitStatus)
+    bool tryReap(pid_t pid, int &exitStatus, int &signal)
     {
         std::lock_guard lock(m_mutex);
         int status = 0;
@@ -61,6 +61,7 @@ public:
         if (r == pid || (r < 0 && errno == ECHILD)) {
             m_live.erase(pid);
             exitStatus = (r == pid && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
+            signal = (r == pid && WIFSIGNALED(status)) ? WTERMSIG(status) : 0;
             return true;
         }
         return false;
@@ -135,10 +136,10 @@ ChildRegistry &registry()
 // Waits up to `waitMs` for a child whose pipes have closed; most have exited
 // by now or will within microseconds. Anything slower goes to the reaper
 // thread, and its exit status stays unknown (-1).
-int reap(pid_t pid, int waitMs)
+int reap(pid_t pid, int waitMs, int &signal)
 {
     int exitStatus = -1;
-    if (registry().tryReap(pid, exitStatus))
+    if (registry().tryReap(pid, exitStatus, signal))
         return exitStatus;
     int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (pidfd >= 0) {
@@ -148,7 +149,7 @@ int reap(pid_t pid, int waitMs)
             r = ::poll(&p, 1, waitMs);
         } while (r < 0 && errno == EINTR);
         ::close(pidfd);
-        if (registry().tryReap(pid, exitStatus))
+        if (registry().tryReap(pid, exitStatus, signal))
             return exitStatus;
     }
     registry().reapLater(pid);
@@ -219,8 +220,12 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
     ProcessResult result;
     const std::atomic<bool> *stop = tl_stop;
     const int stopGraceMs = tl_stopGraceMs;
-    if (program.isEmpty() || (stop && stop->load()))
+    if (program.isEmpty())
         return result;
+    if (stop && stop->load()) {
+        result.stopped = true;
+        return result;
+    }
 
     std::vector<std::string> storage;
     storage.reserve(static_cast<size_t>(arguments.size()) + 1);
@@ -297,6 +302,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
             if (!forcefulAt && stop->load()) {
                 // Politely first: a tool may release the drive on its way out.
                 signalGroup(pid, SIGTERM);
+                result.stopped = true;
                 forcefulAt = Clock::now() + std::chrono::milliseconds(stopGraceMs);
             } else if (forcefulAt && Clock::now() >= *forcefulAt) {
                 signalGroup(pid, SIGKILL);
@@ -317,6 +323,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
             // Out of time: the pipes close once the group is gone.
             signalGroup(pid, SIGKILL);
             killed = true;
+            result.timedOut = true;
             continue;
         }
         if (n < 0) {
@@ -353,7 +360,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())
                 .count(),
             50));
-    result.exitStatus = reap(pid, reapWaitMs);
+    result.exitStatus = reap(pid, reapWaitMs, result.signal);
     result.out = out.take();
     result.err = err.take();
     return result;

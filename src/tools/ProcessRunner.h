@@ -29,6 +29,9 @@ struct ProcessResult
     // closing its pipes (within the time limit, where one is given); -1 when
     // it was killed by a signal or still runs.
     int exitStatus = -1;
+    int signal = 0;        // the signal that ended the child, when it was seen to end so
+    bool stopped = false;  // the run's StopWatch ended it
+    bool timedOut = false; // killed at the time limit
 };
 
 // Starts `program` directly (no shell, no PATH search), reads its pipes until

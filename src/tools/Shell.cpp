@@ -6,32 +6,33 @@
 
 namespace tapedesk {
 
-QString shellLaunch(const QString &launchPath, const QStringList &arguments,
-                    Synchronized<QString> &lastErrorOutput, const ChunkObserver &observer, int *exitStatus)
+ToolResult shellLaunch(const QString &launchPath, const QStringList &arguments, const ChunkObserver &observer)
 {
     ProcessResult r;
     if (!launchPath.isEmpty() && QFileInfo::exists(launchPath))
         r = runProcess(launchPath, arguments, StreamMode::Separate, observer);
-    if (exitStatus)
-        *exitStatus = r.exitStatus;
-    QString output;
-    if (r.started) {
-        output = QString::fromUtf8(r.out);
-        lastErrorOutput.set(QString::fromUtf8(r.err));
-    }
     // The raw bytes go to the console: one write each, and the same text the
-    // operator's support would see from the tool itself. A run that started
-    // nothing prints the error text it left in place.
+    // operator's support would see from the tool itself.
     consoleLine(QByteArrayView("(*********** START ERROR ************************)"));
-    if (r.started)
-        consoleLine(QByteArrayView(r.err));
-    else
-        consoleLine(QStringView(lastErrorOutput.get()));
+    consoleLine(QByteArrayView(r.err));
     consoleLine(QByteArrayView("(*********** END ERROR ********************)"));
     consoleLine(QByteArrayView("(*********** START ************************)"));
     consoleLine(QByteArrayView(r.out));
     consoleLine(QByteArrayView("(*********** END ********************)"));
-    return output;
+    ToolResult result;
+    result.program = launchPath;
+    result.arguments = arguments;
+    result.started = r.started;
+    result.out = QString::fromUtf8(r.out);
+    r.out = QByteArray(); // the text is what is kept: the bytes go before the next copy is made
+    result.err = QString::fromUtf8(r.err);
+    r.err = QByteArray();
+    if (r.exitStatus >= 0)
+        result.exitStatus = r.exitStatus;
+    result.signal = r.signal;
+    result.stopped = r.stopped;
+    result.timedOut = r.timedOut;
+    return result;
 }
 
 QString commandShell()

@@ -69,13 +69,13 @@ private Q_SLOTS:
     void unstartableToolsRunNothing()
     {
         QFETCH(QString, path);
-        Synchronized<QString> lastError(QStringLiteral("left from the last run"));
-        QString out = QStringLiteral("not called");
-        const QList<QByteArray> console = consoleOf([&] { out = shellLaunch(path, {"scan"}, lastError); });
-        QCOMPARE(out, QString());
-        QCOMPARE(lastError.get(), QStringLiteral("left from the last run"));
-        QCOMPARE(console,
-                 (QList<QByteArray>{kStartError, "left from the last run", kEndError, kStart, "", kEnd}));
+        ToolResult run;
+        run.started = true;
+        const QList<QByteArray> console = consoleOf([&] { run = shellLaunch(path, {"scan"}); });
+        QVERIFY(!run.started);
+        QCOMPARE(run.out, QString());
+        QCOMPARE(run.exitStatus, std::nullopt);
+        QCOMPARE(console, (QList<QByteArray>{kStartError, "", kEndError, kStart, "", kEnd}));
         QCOMPARE(children::liveCount(), 0);
     }
 
@@ -84,16 +84,21 @@ private Q_SLOTS:
         const QString echo = writeScript(
             makeDir(QStringLiteral("tools")), QStringLiteral("echo-args"),
             QStringLiteral("printf '[%s]\\n' \"$@\"\nprintf 'caf\\303\\251 \\377\\n' >&2\nexit 3"));
-        Synchronized<QString> err;
-        QString out;
+        ToolResult run;
         consoleOf([&] {
-            out = shellLaunch(echo, {"-f", "", "two  blanks", "*", "$HOME", "'q\"", "Ünïcødé"}, err);
+            run = shellLaunch(echo, {"-f", "", "two  blanks", "*", "$HOME", "'q\"", "Ünïcødé"});
         });
-        QCOMPARE(out, QStringLiteral("[-f]\n[]\n[two  blanks]\n[*]\n[$HOME]\n['q\"]\n[Ünïcødé]\n"));
-        QCOMPARE(err.get(), QStringLiteral("café \uFFFD\n"));
-        consoleOf([&] { shellLaunch(QStringLiteral("/bin/true"), {}, err); });
-        QCOMPARE(err.get(), QString());
-        QCOMPARE(runProcess(echo, {}, StreamMode::Separate).exitStatus, 3);
+        QCOMPARE(run.out, QStringLiteral("[-f]\n[]\n[two  blanks]\n[*]\n[$HOME]\n['q\"]\n[Ünïcødé]\n"));
+        QCOMPARE(run.err, QStringLiteral("café \uFFFD\n"));
+        QCOMPARE(run.exitStatus, 3);
+        QCOMPARE(run.signal, 0);
+        // A tool that dies of a signal has no exit status, only the signal.
+        const QString dies = writeScript(makeDir(QStringLiteral("tools")), QStringLiteral("dies"),
+                                         QStringLiteral("echo half; kill -9 $$"));
+        consoleOf([&] { run = shellLaunch(dies, {}); });
+        QCOMPARE(run.out, QStringLiteral("half\n"));
+        QCOMPARE(run.exitStatus, std::nullopt);
+        QCOMPARE(run.signal, 9);
         // The merged stream keeps the child's order.
         QCOMPARE(shellCommand(QStringLiteral("echo first; echo second >&2; printf 'ok\\377\\n'")),
                  QStringLiteral("first\nsecond\nok\uFFFD\n"));
