@@ -85,7 +85,7 @@ int main(int argc, char **argv)
         QElapsedTimer t;
         t.start();
         for (int i = b * kBatch; i < (b + 1) * kBatch; ++i)
-            vc.engine.showResults(false, message(i));
+            vc.engine.showMessage(false, message(i));
         drainUntil(pane, 1 + (b + 1) * kBatch);
         batchNs << t.nsecsElapsed();
     }
@@ -105,7 +105,7 @@ int main(int argc, char **argv)
     fromPool.start();
     QThreadPool::globalInstance()->start([&vc] {
         for (int i = 0; i < kTotal; ++i)
-            vc.engine.showResults(false, message(i));
+            vc.engine.showMessage(false, message(i));
     });
     drainUntil(pane, kTotal + 1);
     const double fromPoolS = static_cast<double>(fromPool.nsecsElapsed()) / 1e9;

@@ -136,10 +136,13 @@ struct Scenario
     std::function<bool(ViewController &)> finished;
 };
 
+void answerEverything();
+
 bool mountSelected(ViewController &vc)
 {
     vc.ui.rightScrollView->clear();
-    vc.engine.mountDrive();
+    answerEverything();
+    vc.engine.perform(Action::Mount);
     return runUntil([&] { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); },
                     kScenarioLimitMs);
 }
@@ -149,7 +152,7 @@ bool selectFirstDrive(ViewController &vc)
     if (!runUntil([&] { return vc.ui.tableView->model()->rowCount() > 0 && idle(vc); }, kScenarioLimitMs))
         return false;
     vc.ui.tableView->selectRow(0);
-    return runUntil([&] { return vc.engine.selectedDrive.get() != nullptr; }, 2000);
+    return runUntil([&] { return vc.engine.selectedDrive() != nullptr; }, 2000);
 }
 
 // Answers the format's questions at once, as an operator who names the
@@ -180,6 +183,12 @@ private:
 };
 
 bool formatEjectAnswered = false;
+
+// The mount's question answered as the format's are: at once, "Ok".
+void answerEverything()
+{
+    setDialogProvider(std::make_unique<FormatAnswers>(&formatEjectAnswered));
+}
 
 // Presses Stop as an operator would, once the tool has hung for a while.
 class StopPresser
@@ -231,20 +240,21 @@ QList<Scenario> scenarios()
             QStringLiteral("mount of tape0 (load, barcode read, ltfs) from the background"),
             [](ViewController &vc) {
                 qunsetenv("TAPESIM_UNMOUNT_DELAY");
-                return selectFirstDrive(vc) && !vc.engine.selectedDrive.get()->mounted();
+                return selectFirstDrive(vc) && !vc.engine.selectedDrive()->mounted();
             },
             [](ViewController &vc) {
                 vc.ui.rightScrollView->clear();
-                vc.engine.mountDrive();
+                answerEverything();
+                vc.engine.perform(Action::Mount);
             },
             [](ViewController &vc) { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); }},
         Scenario{
             QStringLiteral("unmount_max_gui_gap"),
             QStringLiteral("slow unmount of tape0 (umount, then 3 s polls of the mount table)"),
             [](ViewController &vc) {
-                if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
+                if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
                     return false;
-                if (!vc.engine.selectedDrive.get()->mounted() && !mountSelected(vc))
+                if (!vc.engine.selectedDrive()->mounted() && !mountSelected(vc))
                     return false;
                 // The volume stays listed 4 s after umount, so the first poll waits.
                 qputenv("TAPESIM_UNMOUNT_DELAY", "4");
@@ -252,7 +262,7 @@ QList<Scenario> scenarios()
             },
             [](ViewController &vc) {
                 vc.ui.rightScrollView->clear();
-                vc.engine.unMountDrive();
+                vc.engine.perform(Action::Mount);
             },
             [](ViewController &vc) { return paneShows(vc, QStringLiteral("End unMountDrive")) && idle(vc); }},
         Scenario{QStringLiteral("reformat_max_gui_gap"),
@@ -260,9 +270,9 @@ QList<Scenario> scenarios()
                      "format of tape0's formatted cartridge: mkltfs refuses, the forced mkltfs runs on the "
                      "GUI thread's turn at TAPESIM_SPEED=0.5, then the eject"),
                  [](ViewController &vc) {
-                     if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
+                     if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
                          return false;
-                     if (vc.engine.isTapeMounted())
+                     if (vc.engine.selectedDrive()->mounted())
                          return false;
                      formatEjectAnswered = false;
                      setDialogProvider(std::make_unique<FormatAnswers>(&formatEjectAnswered));
@@ -283,9 +293,9 @@ QList<Scenario> scenarios()
                                 "after 0.3 s of the hang"),
                  [](ViewController &vc) {
                      qputenv("TAPESIM_SPEED", "0.2");
-                     if (!vc.engine.selectedDrive.get() && !selectFirstDrive(vc))
+                     if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
                          return false;
-                     if (!vc.engine.selectedDrive.get()->mounted() && !mountSelected(vc))
+                     if (!vc.engine.selectedDrive()->mounted() && !mountSelected(vc))
                          return false;
                      qputenv("TAPESIM_FAIL", "tape0:umount=hang");
                      return true;

@@ -150,7 +150,7 @@ int main(int argc, char **argv)
     QElapsedTimer t;
     t.start();
     driveList.clear();
-    vc.engine.support.parseDriveTextToDrive(report);
+    Support().parseDriveTextToDrive(report);
     const qint64 parsedNs = t.nsecsElapsed();
     vc.engine.refreshDriveTable();
     const bool painted = waitFor([&] { return watch.painted; }, 10000);

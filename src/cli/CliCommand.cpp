@@ -1,7 +1,7 @@
 // tapedesk-cli: the engine's workflows behind a command line. Each command
 // runs the same action the window's button runs, with the same checks and
 // lines; the questions are answered from the flags (CliAnswers), and the
-// verdict is the status the action's button would show.
+// exit status is the operation's verdict.
 
 #include "cli/CliCommand.h"
 
@@ -293,9 +293,8 @@ private:
             if (m_command.name == QStringLiteral("scan")) {
                 for (const DrivePtr &d : distinctDrives(m_face.drives))
                     m_drives.append(driveJson(d));
-                return m_face.statusOf(Action::Scan) == 0 ? CliStatus::ok : CliStatus::failed;
             }
-            return CliStatus::ok;
+            return verdictStatus();
         }
         if (const int flagsStatus = checkFlagsFirst(); flagsStatus != CliStatus::ok)
             return flagsStatus;
@@ -343,6 +342,7 @@ private:
         QCoreApplication::processEvents(); // the selection's own lines stay unshown
         m_face.quiet = false;
 
+        m_face.verdict.reset();
         m_engine.perform(m_command.action);
         waitForOperation(m_engine);
         if (g_signalStatus.load() != 0)
@@ -356,9 +356,26 @@ private:
         }
         if (!m_answers->refusal().isEmpty())
             return CliStatus::refused;
-        // The format's verdict is on the Mount button, as in the window.
-        const Action judged = m_command.action == Action::Format ? Action::Mount : m_command.action;
-        return m_face.statusOf(judged) == 0 ? CliStatus::ok : CliStatus::failed;
+        return verdictStatus();
+    }
+
+    // The exit status the operation's verdict stands for; an operation that
+    // gave none (it never ended) is no success either.
+    int verdictStatus() const
+    {
+        if (!m_face.verdict)
+            return CliStatus::failed;
+        switch (m_face.verdict->outcome) {
+        case Outcome::Complete:
+            return CliStatus::ok;
+        case Outcome::Refused:
+        case Outcome::Cancelled:
+            return CliStatus::refused;
+        case Outcome::Failed:
+        case Outcome::Stopped:
+            break;
+        }
+        return CliStatus::failed;
     }
 
     // Flags whose question would only come after something has changed are
@@ -395,6 +412,7 @@ private:
         QJsonObject o{{QStringLiteral("command"), m_command.name},
                       {QStringLiteral("verdict"), verdicts.value(status, QStringLiteral("interrupted"))},
                       {QStringLiteral("exitStatus"), status},
+                      {QStringLiteral("reason"), m_face.verdict ? m_face.verdict->reason : QString()},
                       {QStringLiteral("drive"), m_drive ? QJsonValue(driveJson(m_drive)) : QJsonValue()},
                       {QStringLiteral("transcript"), QJsonArray::fromStringList(m_face.transcript)},
                       {QStringLiteral("tools"), m_tools},

@@ -23,12 +23,6 @@ void CliFace::appendToPane(const QString &text)
     std::fflush(stdout);
 }
 
-void CliFace::setStatus(Action action, int status)
-{
-    if (!quiet)
-        m_status.insert(action, status);
-}
-
 void CliFace::toolOutput(OutputStream, QByteArrayView chunk)
 {
     if (!liveToStderr)

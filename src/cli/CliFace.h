@@ -2,15 +2,15 @@
 
 #include "operations/Face.h"
 
-#include <QHash>
 #include <QStringList>
+#include <optional>
 
 namespace tapedesk {
 
 // The terminal as a face: the pane's lines go to standard output as they
 // arrive (or are only kept, for one JSON object at the end), a tool's live
-// output to standard error when asked for, and each action's last status is
-// kept for the verdict.
+// output to standard error when asked for, and each operation's verdict is
+// kept for the exit status.
 class CliFace final : public Face
 {
 public:
@@ -21,12 +21,13 @@ public:
     QStringList transcript;
     QList<DrivePtr> drives;
 
-    // The action's last status, or -1 when it got none.
-    int statusOf(Action action) const { return m_status.value(action, -1); }
+    // The verdict of the last operation that ended.
+    std::optional<Verdict> verdict;
 
     void clearPane() override {}
     void appendToPane(const QString &text) override;
-    void setStatus(Action action, int status) override;
+    // The terminal has no buttons: the verdict says it all.
+    void setStatus(Action, int) override {}
     void setMountCaption(const QString &) override {}
     void progressStarted() override {}
     void progressEnded() override {}
@@ -34,9 +35,7 @@ public:
     void toolOutput(OutputStream stream, QByteArrayView chunk) override;
     // No subcommand shows a volume's details yet.
     void volumeDetailsChanged(const VolumeReport &) override {}
-
-private:
-    QHash<Action, int> m_status;
+    void operationEnded(Action, const Verdict &v) override { verdict = v; }
 };
 
 } // namespace tapedesk

@@ -20,9 +20,9 @@ struct DriveRecord
     QString name;         // short device name; the mount point is /tmp/ltfs/mnt/<name>
     QString label;        // volume name of the mounted tape
     QString textData;     // spare
-    QString barCode;      // cartridge barcode
+    QString tapeSerial;   // the serial a format writes on the cartridge (mkltfs --tape-serial)
     QString serialNumber; // key of the remembered drive state
-    QString address;      // barcode read back by the attribute read
+    QString barcode;      // the cartridge's barcode, read back by the attribute read at mount
     bool mounted = false;
     // Listed in the mount table while no ltfs process serves it: the daemon
     // died and the volume is gone until it is unmounted (set by the scan).

@@ -37,7 +37,7 @@ void saveDriveInfo(const Drive &drive)
     // The list first, then the seven values, in one write.
     QList<QPair<QString, QVariant>> values{{kMountedDrivesKey, all}};
     const QStringList suffixes = keySuffixes();
-    const QString fields[] = {d.name, d.id, d.info1, d.info2, d.info3, d.address, d.barCode};
+    const QString fields[] = {d.name, d.id, d.info1, d.info2, d.info3, d.barcode, d.tapeSerial};
     for (int i = 0; i < suffixes.size(); ++i)
         values.append({d.serialNumber + suffixes.at(i), fields[i]});
     SettingsStore::setValues(values);
@@ -59,8 +59,8 @@ DrivePtr loadDriveInfo(const QString &serialNumber)
     d.info1 = values.at(Info1);
     d.info2 = values.at(Info2);
     d.info3 = values.at(Info3);
-    d.address = values.at(Address);
-    d.barCode = values.at(BarCode);
+    d.barcode = values.at(Address);
+    d.tapeSerial = values.at(BarCode);
     d.serialNumber = serialNumber;
     return makeDrive(d);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "drives/Drive.h"
+#include "operations/Verdict.h"
 #include "operations/VolumeDetails.h"
 #include "tools/ProcessRunner.h"
 
@@ -66,6 +67,13 @@ public:
     {
         (void)stream;
         (void)chunk;
+    }
+    // The operation `action` began is over, with its verdict (once per
+    // operation, after everything it showed).
+    virtual void operationEnded(Action action, const Verdict &verdict)
+    {
+        (void)action;
+        (void)verdict;
     }
     // A tool runs on the GUI thread's turn (`held` true) or no longer (false;
     // the calls nest). A face with controls answers true when it keeps every

@@ -1,30 +1,30 @@
-// The engine's own parts: start-up, the actions' entry point, the selection
-// and the hand-offs between the GUI thread and the background. The workflows
-// are in their own files beside this one; feedback.cpp holds what they show.
+// The front door: the actions, the selection, start-up, the operator's Stop
+// and the rule of one operation at a time. Each workflow is a class of its
+// own beside this file (see docs/architecture.md); what they share is the
+// OperationContext.
 
 #include "operations/TapeEngine.h"
 
-#include "operations/ExitCode.h"
+#include "operations/FirmwareWorkflow.h"
+#include "operations/FormatWorkflow.h"
+#include "operations/HostValidationWorkflow.h"
+#include "operations/MountWorkflow.h"
+#include "operations/RecoverWorkflow.h"
+#include "operations/RetrieveLogWorkflow.h"
+#include "operations/ScanWorkflow.h"
+#include "operations/StandardTestWorkflow.h"
 #include "operations/Texts.h"
+#include "operations/UnmountWorkflow.h"
+#include "operations/VolumeDetailsReader.h"
+#include "support/Dialogs.h"
 #include "tools/Console.h"
 #include "tools/HandOff.h"
-#include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
-#include "tools/Shell.h"
 #include "tools/ToolPaths.h"
 
-#include <QEventLoop>
 #include <QHash>
-#include <QThread>
-#include <QTimer>
-#include <thread>
 
 namespace tapedesk {
-
-namespace {
-// How long a stopped tool has to end after SIGTERM before SIGKILL follows.
-constexpr int kStopGraceMs = 5000;
-} // namespace
 
 QString actionName(Action action)
 {
@@ -59,21 +59,33 @@ QString operationTitle(Action action, const QString &driveId, bool unmount)
     return verb + QLatin1Char(' ') + driveId;
 }
 
-QString TapeEngine::OperationRecord::verdict() const
+QString TapeEngine::OperationRecord::verdictName() const
 {
-    if (stopped)
-        return QStringLiteral("Stopped");
-    if (status == 0)
-        return QStringLiteral("Complete");
-    if (status == 1)
-        return QStringLiteral("Failed");
-    return QStringLiteral("Ended");
+    return verdict ? outcomeName(verdict->outcome) : QStringLiteral("Ended");
 }
 
-TapeEngine::TapeEngine(Face &face, QObject *parent) : QObject(parent), m_face(face)
+TapeEngine::TapeEngine(Face &face, QObject *parent)
+    : QObject(parent), m_face(face), m_op(*this, face, m_journal),
+      m_scan(std::make_unique<ScanWorkflow>(m_op)), m_mount(std::make_unique<MountWorkflow>(m_op)),
+      m_unmount(std::make_unique<UnmountWorkflow>(m_op)), m_format(std::make_unique<FormatWorkflow>(m_op)),
+      m_firmware(std::make_unique<FirmwareWorkflow>(m_op)),
+      m_retrieveLog(std::make_unique<RetrieveLogWorkflow>(m_op)),
+      m_standardTest(std::make_unique<StandardTestWorkflow>(m_op)),
+      m_hostValidation(std::make_unique<HostValidationWorkflow>(m_op)),
+      m_recover(std::make_unique<RecoverWorkflow>(m_op)),
+      m_volume(std::make_unique<VolumeDetailsReader>(*this, face, m_op.selection))
 {
-    timer = new QTimer(this); // a plain timer that is never scheduled until an unmount replaces it
-    SettingsStore::setProblemListener([this](const QString &problem) { showResults(false, problem); });
+    m_op.mount = m_mount.get();
+    m_op.unmount = m_unmount.get();
+    m_op.format = m_format.get();
+    m_op.recover = m_recover.get();
+    m_op.setMountCaption = [this](const QString &caption) { setMountCaption(caption); };
+    m_op.refreshVolume = [this] { refreshVolumeDetails(); };
+    m_op.threads.setHooks([this] { m_op.feedback.flush(); }, [this] { checkOperationEnded(); });
+    m_op.tools.onToolRan = [this](const QString &program, const QStringList &arguments, const QString &code) {
+        Q_EMIT toolRan(program, arguments, code);
+    };
+    SettingsStore::setProblemListener([this](const QString &problem) { m_op.show(false, problem); });
 }
 
 TapeEngine::~TapeEngine()
@@ -88,115 +100,115 @@ TapeEngine::~TapeEngine()
 
 void TapeEngine::perform(Action action)
 {
-    // The face holds its controls while an operation runs; this keeps the
-    // rule for a front end that has none to hold.
-    if (m_busy && action != Action::ClearMountedDrives) {
-        consoleLine(QStringView(QStringLiteral("Another operation is running; the request waits for none.")));
-        return;
-    }
     // A stopped tool that ignored SIGTERM has a few seconds left; its drive
     // is not free before it has gone.
-    if (m_stopped && action != Action::ClearMountedDrives) {
-        showResults(
-            false, QStringLiteral("Not started: the stopped tool has not ended yet - try again in a moment"));
+    if (m_op.tools.isStopped() && action != Action::ClearMountedDrives) {
+        m_op.show(false,
+                  QStringLiteral("Not started: the stopped tool has not ended yet - try again in a moment"));
+        return;
+    }
+    // The face holds its controls while an operation runs; this keeps the
+    // rule for a front end that has none to hold, and for the moment before
+    // the face has heard of the operation.
+    if (m_operating) {
+        if (action == Action::ClearMountedDrives) {
+            // Touches no drive, so it may come between the steps of another
+            // operation, whose verdict it leaves alone.
+            m_op.support.resetMountedDrives();
+            m_op.show(false, QStringLiteral("Mounted drives reset"));
+            return;
+        }
+        consoleLine(QStringView(QStringLiteral("Another operation is running; the request waits for none.")));
         return;
     }
     if (!beginOperation(action))
         return;
-    if (action != Action::ClearMountedDrives)
-        m_action = action;
-    runStep([&] { performAction(action); });
+    m_action = action;
+    m_op.threads.runStep([&] { performAction(action); });
 }
 
 void TapeEngine::performAction(Action action)
 {
     switch (action) {
     case Action::Scan:
-        return scanAction();
+        return m_scan->perform();
     case Action::Mount:
-        return mountAction();
+        return m_mount->perform();
     case Action::Format:
-        return formatAction();
+        return m_format->perform();
     case Action::Test:
-        return runTestAction();
+        return m_standardTest->perform();
     case Action::HostValidation:
-        return hostValidationAction();
+        return m_hostValidation->perform();
     case Action::RetrieveLog:
-        return retrieveLogAction();
+        return m_retrieveLog->perform();
     case Action::Upgrade:
-        return upgradeAction();
+        return m_firmware->perform();
     case Action::ClearMountedDrives:
-        return clearMountedDrivesAction();
+        m_op.support.resetMountedDrives();
+        m_op.show(false, QStringLiteral("Mounted drives reset"));
+        m_op.finish(Action::ClearMountedDrives, Verdict::complete(QStringLiteral("Mounted drives reset")));
+        return;
     case Action::Recover:
-        return recoverAction();
+        return m_recover->perform();
     }
 }
 
 void TapeEngine::selectDrive(const DrivePtr &drive)
 {
-    if (!drive || m_busy)
+    if (!drive || m_op.feedback.progressShown())
         return;
-    selectedDrive.set(drive);
-    setMountLabel(drive->mounted() ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT"));
-    changeButtonStatus(Action::RetrieveLog, 2, true);
-    showResults(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
-    explainStoppedLtfs(drive);
+    m_op.selection.set(drive);
+    setMountCaption(drive->mounted() ? QStringLiteral("UNMOUNT") : QStringLiteral("MOUNT"));
+    m_op.status(Action::RetrieveLog, 2);
+    m_op.show(true, QStringLiteral("Ready \n") + drive->id() + QStringLiteral(" Selected"));
+    m_scan->explainStoppedLtfs(drive);
 }
 
 bool TapeEngine::beginOperation(Action action)
 {
-    const bool wasOperating = m_operating;
+    const DrivePtr drive = m_op.selection.get();
+    openRecord(action);
+    if (action != Action::Scan && action != Action::ClearMountedDrives && drive) {
+        const DriveRecord record = drive->record();
+        const QString key = record.serialNumber.isEmpty() ? record.id : record.serialNumber;
+        QString holder;
+        if (!m_driveLock.acquire(key, actionName(action), holder)) {
+            const QString reason =
+                QStringLiteral("Refused: %1 is in use by %2 - one operation at a time per drive")
+                    .arg(record.id, holder);
+            m_record.verdict = Verdict::refused(reason);
+            closeRecord();
+            m_op.show(true, reason);
+            Q_EMIT operationRefused(reason);
+            return false;
+        }
+    }
     m_operating = true;
-    const DrivePtr drive = selectedDrive.get();
-    if (!wasOperating)
-        openRecord(action);
-    if (action == Action::Scan || action == Action::ClearMountedDrives || !drive || m_driveLock.held())
-        return true;
-    const DriveRecord record = drive->record();
-    const QString key = record.serialNumber.isEmpty() ? record.id : record.serialNumber;
-    QString holder;
-    if (m_driveLock.acquire(key, actionName(action), holder))
-        return true;
-    m_operating = wasOperating;
-    if (!wasOperating)
-        closeRecord();
-    const QString reason = QStringLiteral("Refused: %1 is in use by %2 - one operation at a time per drive")
-                               .arg(record.id, holder);
-    showResults(true, reason);
-    Q_EMIT operationRefused(reason);
-    return false;
+    m_op.beginOperation();
+    return true;
 }
 
 void TapeEngine::checkOperationEnded()
 {
-    if (!m_operating || m_busy || m_stepDepth > 0 || m_backgroundParts > 0 || m_queuedSteps->load() > 0 ||
-        (timer && timer->isActive()))
+    if (!m_operating || m_op.feedback.progressShown() || !m_op.threads.idle() || m_unmount->isWaiting())
         return;
     m_operating = false;
-    m_stopped = false;
+    m_op.tools.clearStop();
     m_driveLock.release();
+    // Every path of every workflow gives a verdict; one that did not is no
+    // success either.
+    m_record.verdict =
+        m_op.verdict().value_or(Verdict::failed(QStringLiteral("The operation gave no verdict")));
     closeRecord();
+    m_op.feedback.operationOver();
+    m_face.operationEnded(m_record.action, *m_record.verdict);
     Q_EMIT operationEnded();
-}
-
-void TapeEngine::runStep(const std::function<void()> &f)
-{
-    // A dialog or a responsive wait inside the step turns the event loop, and
-    // steps queued meanwhile run inside it: none of them may end the
-    // operation while this one is still under way.
-    ++m_stepDepth;
-    try {
-        f();
-    } catch (const Stopped &) {
-        // stop() has shown the end; the rest of the step belongs to it.
-    }
-    --m_stepDepth;
-    checkOperationEnded();
 }
 
 void TapeEngine::openRecord(Action action)
 {
-    const DrivePtr drive = selectedDrive.get();
+    const DrivePtr drive = m_op.selection.get();
     const bool onDrive = drive && action != Action::Scan && action != Action::ClearMountedDrives;
     m_record = OperationRecord{};
     m_record.action = action;
@@ -204,7 +216,7 @@ void TapeEngine::openRecord(Action action)
     m_record.title = operationTitle(action, m_record.drive, onDrive && drive->mounted());
     m_record.started = QDateTime::currentDateTime();
     m_record.clock.start();
-    journal.begin(m_record.title, m_record.started);
+    m_journal.begin(m_record.title, m_record.started);
 }
 
 void TapeEngine::closeRecord()
@@ -212,52 +224,10 @@ void TapeEngine::closeRecord()
     if (m_record.ended || !m_record.clock.isValid())
         return;
     m_record.ended = true;
-    journal.end(m_record.title, m_record.verdict(), QDateTime::currentDateTime(), m_record.clock.elapsed());
-}
-
-ChunkObserver TapeEngine::announceTool(const QString &program, const QStringList &arguments)
-{
-    journal.toolStarted(program, arguments);
-    if (!m_liveOutput)
-        return [this](OutputStream stream, QByteArrayView chunk) { journal.toolOutput(stream, chunk); };
-    queueLive(-1, {}, program, arguments);
-    return [this](OutputStream stream, QByteArrayView chunk) {
-        journal.toolOutput(stream, chunk);
-        queueLive(static_cast<int>(stream), chunk);
-    };
-}
-
-void TapeEngine::queueLive(int kind, QByteArrayView bytes, const QString &program,
-                           const QStringList &arguments)
-{
-    {
-        const std::lock_guard lock(m_liveMutex);
-        if (kind >= 0 && !m_livePieces.isEmpty() && m_livePieces.last().kind == kind)
-            m_livePieces.last().bytes += bytes;
-        else
-            m_livePieces.append(LivePiece{kind, bytes.toByteArray(), program, arguments});
-        if (m_liveHandOverQueued)
-            return;
-        m_liveHandOverQueued = true;
-    }
-    // Never dropped, not even for a stopped operation: the flag must come down.
-    post([this] { handOverLive(); }, false);
-}
-
-void TapeEngine::handOverLive()
-{
-    QList<LivePiece> pieces;
-    {
-        const std::lock_guard lock(m_liveMutex);
-        pieces.swap(m_livePieces);
-        m_liveHandOverQueued = false;
-    }
-    for (const LivePiece &piece : std::as_const(pieces)) {
-        if (piece.kind < 0)
-            m_face.toolStarted(piece.program, piece.arguments);
-        else
-            m_face.toolOutput(static_cast<OutputStream>(piece.kind), piece.bytes);
-    }
+    QString verdict = m_record.verdictName();
+    if (m_record.verdict && !m_record.verdict->reason.isEmpty())
+        verdict += QStringLiteral(": ") + m_record.verdict->reason;
+    m_journal.end(m_record.title, verdict, QDateTime::currentDateTime(), m_record.clock.elapsed());
 }
 
 void TapeEngine::start()
@@ -265,8 +235,11 @@ void TapeEngine::start()
     m_operating = true;
     m_action = Action::Scan;
     openRecord(Action::Scan);
-    runStep([this] {
-        const QString mounted = runResponsive([this] { return shell(QStringLiteral("mount | grep ltfs")); });
+    m_op.beginOperation();
+    m_op.threads.runStep([this] {
+        QString mounted;
+        m_op.threads.runResponsive(
+            [&] { mounted = m_op.tools.runCommand(QStringLiteral("mount | grep ltfs")).out; });
         consoleLine(QStringView(mounted));
         checkPathsAndScan();
     });
@@ -274,15 +247,16 @@ void TapeEngine::start()
 
 void TapeEngine::checkPathsAndScan()
 {
-    if (!support.preferencesValid()) {
+    if (!m_op.support.preferencesValid()) {
         // With no program path stored there is nothing to correct, only to
         // set up: the front end asks for the paths instead.
         const bool firstStart = noToolPathSet();
         QString message = QStringLiteral("Looks like preferences settings could be wrong.");
         if (!firstStart)
             message += QLatin1Char('\n') + preferencesProblem();
-        showResults(true, message);
-        endProgress();
+        m_op.show(true, message);
+        m_op.endProgress();
+        m_op.finish(Action::Scan, Verdict::refused(message.section(QLatin1Char('\n'), -1)));
         if (firstStart) {
             m_awaitingSetup = true;
             Q_EMIT preferencesNeeded();
@@ -290,10 +264,9 @@ void TapeEngine::checkPathsAndScan()
         return;
     }
     m_awaitingSetup = false;
-    if (support.isPreferencesSet()) {
-        changeButtonStatus(Action::Scan, 3, true);
-        scanForDrives();
-        changeButtonStatus(Action::Scan, 0, true);
+    if (m_op.support.isPreferencesSet()) {
+        m_op.status(Action::Scan, 3);
+        m_scan->scan();
     }
 }
 
@@ -302,161 +275,111 @@ void TapeEngine::preferencesSaved()
     // Only the setup a first start asked for goes on to a scan: at any other
     // time a Save may come while an operation runs, and the operator scans
     // when ready. Once the paths are valid the setup is over.
-    if (m_awaitingSetup && !m_busy) {
-        if (!m_operating)
+    if (m_awaitingSetup && !m_op.feedback.progressShown()) {
+        if (!m_operating) {
             openRecord(Action::Scan);
+            m_op.beginOperation();
+        }
         m_operating = true;
         m_action = Action::Scan;
-        runStep([this] { checkPathsAndScan(); });
+        m_op.threads.runStep([this] { checkPathsAndScan(); });
     }
 }
 
 void TapeEngine::abandon()
 {
-    m_abandoned = true;
-    children::killAll();
+    m_op.tools.abandon();
 }
 
-QString TapeEngine::shell(const QString &launchPath, const QStringList &arguments)
+TapeEngine::StopResult TapeEngine::stop()
 {
-    // As a tool that printed nothing: every workflow reads that as a failure.
-    if (m_abandoned)
-        return {};
-    toolStarting(launchPath, arguments);
-    const ChunkObserver live = announceTool(launchPath, arguments);
-    const ToolResult run = shellLaunch(launchPath, arguments, live);
-    if (run.started)
-        lastErrorOutput.set(run.err);
-    const int status = run.exitStatus.value_or(-1);
-    QString output = run.out;
-    const QString code = exitCodeFromOutput(output).value_or(QString());
-    journal.toolEnded(status, code);
-    // What a stopped tool printed decides nothing.
-    toolEnded();
-    Q_EMIT toolRan(launchPath, arguments, code);
-    return output;
+    if (!m_operating || m_op.tools.isStopped())
+        return StopResult::NothingToStop;
+    const DrivePtr drive = m_op.selection.get();
+    const QString driveId = drive ? drive->id() : QString();
+    if (m_action == Action::Upgrade) {
+        m_op.show(false, QStringLiteral("Stop refused: a firmware update cut short can leave the drive "
+                                        "unusable, so it runs to its end"));
+        return StopResult::Refused;
+    }
+    QString what;
+    bool confirmedMkltfs = false;
+    for (quint64 confirmedRun = 0;;) {
+        const ToolRunner::StopRequest request = m_op.tools.requestStop(confirmedRun);
+        if (request.stopped) {
+            what = request.tool;
+            confirmedMkltfs = request.mkltfs;
+            break;
+        }
+        // The question waits for the operator while mkltfs goes on, and may
+        // find it over (or the whole operation) once answered: asked again
+        // for another run, not at all when nothing is left.
+        if (!dialogs().confirm(kStopFormatTitle,
+                               QStringLiteral("Stopping mkltfs now leaves the cartridge in %1 unformatted: "
+                                              "it holds no volume until it is formatted again.")
+                                   .arg(driveId))) {
+            m_op.show(false, QStringLiteral("Stop refused: mkltfs goes on formatting the cartridge"));
+            return StopResult::Refused;
+        }
+        if (!m_operating || m_op.tools.isStopped())
+            return StopResult::NothingToStop;
+        confirmedRun = request.run;
+    }
+
+    QString tail;
+    if (m_unmount->hasWait()) {
+        what = m_unmount->endWait();
+        tail = QStringLiteral(" - the volume may still be in use");
+    } else if (confirmedMkltfs) {
+        tail = QStringLiteral(" - the cartridge is left unformatted");
+    }
+    if (what.isEmpty())
+        what = actionName(m_action);
+    if (m_action != Action::Scan && !driveId.isEmpty())
+        what += QStringLiteral(" on ") + driveId;
+    const QString line = QStringLiteral("Stopped by the operator: ") + what + tail;
+    consoleLine(QStringView(line));
+    m_op.show(false, line);
+    m_op.finish(judgedButton(m_action), Verdict::stopped(line));
+    m_op.endProgress();
+    return StopResult::Stopped;
 }
 
-QString TapeEngine::shell(const QString &command)
+void TapeEngine::refreshVolumeDetails()
 {
-    toolStarting(command, {});
-    const QStringList arguments{QStringLiteral("-c"), command};
-    const ChunkObserver live = announceTool(commandShell(), arguments);
-    int status = -1;
-    QString output = shellCommand(command, live, &status);
-    journal.toolEnded(status, {});
-    toolEnded();
-    return output;
+    m_volume->refresh();
+}
+
+void TapeEngine::setVolumeReadTimeoutMs(int ms)
+{
+    m_volume->setTimeoutMs(ms);
+}
+
+void TapeEngine::explainMissingDrive()
+{
+    m_scan->explainMissingDrive();
+}
+
+void TapeEngine::setHostRoots(const HostRoots &roots)
+{
+    m_scan->setHostRoots(roots);
+}
+
+void TapeEngine::setHolderReportInterval(qint64 ms)
+{
+    m_unmount->setHolderReportInterval(ms);
 }
 
 void TapeEngine::refreshDriveTable()
 {
-    postToMain([this] { m_face.drivesChanged(driveList.snapshot(), selectedDrive.get()); });
+    m_op.feedback.drivesChanged();
 }
 
-void TapeEngine::setMountLabel(const QString &text)
+void TapeEngine::setMountCaption(const QString &text)
 {
     m_face.setMountCaption(text);
     // The caption follows the selected drive's mounted state, and so do its details.
     refreshVolumeDetails();
-}
-
-void TapeEngine::post(std::function<void()> f)
-{
-    post(std::move(f), QThread::currentThread() != thread());
-}
-
-void TapeEngine::post(std::function<void()> f, bool dropWhenStopped)
-{
-    // The count is shared with the post, which is dropped unrun when the
-    // engine goes first; either way the step leaves the count.
-    class Step
-    {
-    public:
-        explicit Step(std::shared_ptr<std::atomic<int>> count) : m_count(std::move(count))
-        {
-            m_count->fetch_add(1);
-        }
-        ~Step() { m_count->fetch_sub(1); }
-        Step(const Step &) = delete;
-        Step &operator=(const Step &) = delete;
-
-    private:
-        std::shared_ptr<std::atomic<int>> m_count;
-    };
-    auto step = std::make_shared<Step>(m_queuedSteps);
-    postTo(this, [this, step = std::move(step), f = std::move(f), dropWhenStopped]() mutable {
-        runStep([&] {
-            if (!dropWhenStopped || !m_stopped)
-                f();
-            step.reset();
-        });
-    });
-}
-
-void TapeEngine::postToMain(std::function<void()> f)
-{
-    post([this, f = std::move(f)] {
-        flushPendingOutput();
-        f();
-    });
-}
-
-void TapeEngine::postLater(int ms, std::function<void()> f)
-{
-    m_queuedSteps->fetch_add(1);
-    QTimer::singleShot(ms, this, [this, f = std::move(f)] {
-        runStep([&] {
-            m_queuedSteps->fetch_sub(1);
-            f();
-        });
-    });
-}
-
-void TapeEngine::runInBackground(std::function<void()> f)
-{
-    ++m_backgroundParts;
-    startInBackground([this, f = std::move(f)] {
-        {
-            const StopWatch watch(m_stopped, kStopGraceMs);
-            try {
-                f();
-            } catch (const Stopped &) {
-                // stop() has shown the end; nothing of the part is left to run.
-            }
-        }
-        // Counted down on the GUI thread, behind every post the part made.
-        post([this] { --m_backgroundParts; }, false);
-    });
-}
-
-QString TapeEngine::runResponsive(const std::function<QString()> &work)
-{
-    QEventLoop loop;
-    QString result;
-    std::atomic<bool> done{false};
-    ++m_responsiveDepth;
-    std::thread worker([&] {
-        {
-            const StopWatch watch(m_stopped, kStopGraceMs);
-            try {
-                result = work();
-            } catch (const Stopped &) {
-                // Thrown again on the GUI thread, below.
-            }
-        }
-        done = true;
-        postTo(&loop, [&loop] { loop.quit(); });
-    });
-    // Input reaches the Stop only where the face holds back the rest itself.
-    const bool faceHoldsInput = m_face.holdInputButStop(true);
-    while (!done)
-        loop.exec(faceHoldsInput ? QEventLoop::AllEvents : QEventLoop::ExcludeUserInputEvents);
-    m_face.holdInputButStop(false);
-    worker.join();
-    --m_responsiveDepth;
-    throwIfStopped();
-    return result;
 }
 
 } // namespace tapedesk

@@ -93,16 +93,16 @@ void OperationWatch::operationEnded()
     const TapeEngine::OperationRecord &op = m_engine.lastOperation();
     if (op.clock.elapsed() <= notifyAfterMs || m_window->isActiveWindow())
         return;
-    m_notifier.notify(op.title + QStringLiteral(": ") + op.verdict(),
+    m_notifier.notify(op.title + QStringLiteral(": ") + op.verdictName(),
                       QStringLiteral("%1 on %2 ended after %3: %4")
                           .arg(actionName(op.action),
                                op.drive.isEmpty() ? QStringLiteral("no drive") : op.drive,
-                               elapsedText(op.clock.elapsed()), op.verdict()));
+                               elapsedText(op.clock.elapsed()), op.verdictName()));
 }
 
 bool OperationWatch::saveTranscript(const QString &path, QString *error) const
 {
-    const QByteArray record = m_engine.journal.record();
+    const QByteArray record = m_engine.journal().record();
     if (record.isEmpty()) {
         *error = QStringLiteral("No operation has been recorded yet.");
         return false;

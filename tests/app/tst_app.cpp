@@ -11,7 +11,8 @@
 #include "app/WindowController.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
-#include "support/EngineHarness.h"
+#include "support//EngineHarness.h"
+#include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
@@ -187,7 +188,7 @@ private Q_SLOTS:
             QVERIFY(paneText(vc).contains(cannotSave));
             QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
             // A failed write takes nothing from what is read.
-            QVERIFY(vc.engine.support.preferencesValid());
+            QVERIFY(Support().preferencesValid());
 
             vc.ui.rightScrollView->clear();
             vc.ui.btnClearPreferences->click();

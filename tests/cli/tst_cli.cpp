@@ -165,17 +165,57 @@ private Q_SLOTS:
             QCOMPARE(QDir(arguments.at(3)).entryList({QStringLiteral("*.blz")}).size(), 1);
     }
 
-    void jsonScanIsOneObject()
+    // One JSON object whose verdict is the operation's own: a firmware load
+    // whose itdt died before it reported anything failed, although the scan
+    // before it reported code 0.
+    void jsonVerdicts_data()
     {
-        const Result r = cli({QStringLiteral("--json"), QStringLiteral("scan")});
-        QCOMPARE(r.status, 0);
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("fault");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("verdict");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<QString>("lastLine");
+        QTest::newRow("scan") << QStringList{"scan"} << QByteArray() << 0 << QStringLiteral("success")
+                              << QStringLiteral("Scan Complete: 3 drives listed")
+                              << QStringLiteral("Scan Complete");
+        QTest::newRow("firmware killed")
+            << QStringList{"firmware", "71", "--file", "FW", "--yes"} << QByteArray("tape71:ucode=crash") << 1
+            << QStringLiteral("failed") << QStringLiteral("itdt ucode was killed by signal 11")
+            << QStringLiteral("itdt ucode was killed by signal 11");
+        QTest::newRow("firmware silent")
+            << QStringList{"firmware", "71", "--file", "FW", "--yes"} << QByteArray("tape71:ucode=silent")
+            << 1 << QStringLiteral("failed") << QStringLiteral("itdt ucode ended without reporting a result")
+            << QStringLiteral("itdt ucode ended without reporting a result");
+    }
+    void jsonVerdicts()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, fault);
+        QFETCH(int, status);
+        QFETCH(QString, verdict);
+        QFETCH(QString, reason);
+        QFETCH(QString, lastLine);
+        const QString firmware = makeDir(QStringLiteral("fw")) + QStringLiteral("/drive.fmrz");
+        QVERIFY(QFile(firmware).open(QIODevice::WriteOnly));
+        arguments.replaceInStrings(QRegularExpression(QStringLiteral("^FW$")), firmware);
+        if (!fault.isEmpty())
+            qputenv("TAPESIM_FAIL", fault);
+        const Result r = cli(QStringList{QStringLiteral("--json")} + arguments);
+        qunsetenv("TAPESIM_FAIL");
+        QCOMPARE(r.status, status);
         const QJsonObject o = QJsonDocument::fromJson(r.out.toUtf8()).object();
-        QCOMPARE(o.value(QStringLiteral("verdict")).toString(), QStringLiteral("success"));
-        QCOMPARE(o.value(QStringLiteral("drives")).toArray().size(), 3);
-        QCOMPARE(o.value(QStringLiteral("transcript")).toArray().last().toString(),
-                 QStringLiteral("Scan Complete"));
-        QCOMPARE(o.value(QStringLiteral("tools")).toArray().first()[QStringLiteral("code")].toString(),
-                 QStringLiteral("0"));
+        QCOMPARE(o.value(QStringLiteral("verdict")).toString(), verdict);
+        QCOMPARE(o.value(QStringLiteral("reason")).toString(), reason);
+        QCOMPARE(o.value(QStringLiteral("exitStatus")).toInt(), status);
+        QCOMPARE(o.value(QStringLiteral("transcript")).toArray().last().toString(), lastLine);
+        // The scan that found the drive reported 0; the run judged here is the last.
+        const QJsonArray tools = o.value(QStringLiteral("tools")).toArray();
+        QCOMPARE(tools.first()[QStringLiteral("code")].toString(), QStringLiteral("0"));
+        if (arguments.first() == QStringLiteral("scan"))
+            QCOMPARE(o.value(QStringLiteral("drives")).toArray().size(), 3);
+        else
+            QCOMPARE(tools.last()[QStringLiteral("code")].toString(), QString());
     }
 
     // One drive, one operation: a second process is refused while the first

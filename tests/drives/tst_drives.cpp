@@ -20,8 +20,8 @@ namespace {
 DriveRecord mountedTape(const QString &serial)
 {
     DriveRecord r = getSingleDrive(QStringLiteral("#0 tape%1 - [HH8]-[F1A2] S/N:%1 x").arg(serial))->record();
-    r.address = QStringLiteral("ABC123");
-    r.barCode = QStringLiteral("ABC123L8");
+    r.barcode = QStringLiteral("ABC123");
+    r.tapeSerial = QStringLiteral("ABC123L8");
     r.info4 = r.label = r.textData = QStringLiteral("never stored");
     r.mounted = true;
     return r;

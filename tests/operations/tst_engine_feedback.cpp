@@ -1,8 +1,11 @@
 // ctest-timeout: 60
-// What every workflow leans on, through the engine and a recording face: exit
-// codes found in tool text, the error texts, statuses with and without them,
+// What every workflow leans on, through a recording face: the codes found in
+// tool text and what a run that reported none did instead, the error texts,
 // and the order of what background threads post.
 
+#include "operations/ExitCode.h"
+#include "operations/Localization.h"
+#include "operations/OperationContext.h"
 #include "support/EngineHarness.h"
 #include "support/TestEnv.h"
 #include "tools/Console.h"
@@ -21,43 +24,74 @@ class FeedbackTest : public QObject
 private Q_SLOTS:
     void exitCode_data()
     {
-        QTest::addColumn<QString>("previous");
         QTest::addColumn<QString>("output");
-        QTest::addColumn<QString>("expected");
-        const QList<std::array<const char *, 4>> rows{
-            {"itdt's closing line", "7", "Scanning...\nExit with code: 0\n", "0"},
-            {"number mid-text, other last word", "", "Exit with code: 4 while reading tape0", "tape0"},
-            {"line end inside the last word goes", "", "code: 3 see\nlog", "seelog"},
-            {"tab, carriage return and line end stripped", "", "code: \t5\t\r\n", "5"},
-            {"ends with a space", "0", "Exit with code: 0 ", ""},
-            {"errno alone", "0", "open /dev/IBMtape0 failed: errno 5\n", "99"},
-            {"errno and code: last word wins", "", "ioctl errno 5\nExit with code: 2\n", "2"},
-            {"neither keeps an earlier success", "0", "Loading...\nDone\n", "0"},
-            {"neither keeps an earlier failure", "6", "no marker here", "6"},
-            {"Code: is not code:", "0", "Exit with Code: 5", "0"},
-            {"code: needs its blank", "0", "Exit with code:5", "0"},
-            {"ERRNO is not errno", "0", "ERRNO 5", "0"},
-            {"errno needs its blank", "0", "errno=5", "0"},
+        QTest::addColumn<QString>("expected"); // "-": the text reports no code
+        const QList<std::array<const char *, 3>> rows{
+            {"itdt's closing line", "Scanning...\nExit with code: 0\n", "0"},
+            {"number mid-text, other last word", "Exit with code: 4 while reading tape0", "tape0"},
+            {"line end inside the last word goes", "code: 3 see\nlog", "seelog"},
+            {"tab, carriage return and line end stripped", "code: \t5\t\r\n", "5"},
+            {"ends with a space", "Exit with code: 0 ", ""},
+            {"errno alone", "open /dev/IBMtape0 failed: errno 5\n", "99"},
+            {"errno and code: last word wins", "ioctl errno 5\nExit with code: 2\n", "2"},
+            {"neither reports nothing", "Loading...\nDone\n", "-"},
+            {"nothing at all", "", "-"},
+            {"Code: is not code:", "Exit with Code: 5", "-"},
+            {"code: needs its blank", "Exit with code:5", "-"},
+            {"ERRNO is not errno", "ERRNO 5", "-"},
+            {"errno needs its blank", "errno=5", "-"},
         };
         for (const auto &r : rows)
-            QTest::newRow(r[0]) << QString::fromUtf8(r[1]) << QString::fromUtf8(r[2])
-                                << QString::fromUtf8(r[3]);
+            QTest::newRow(r[0]) << QString::fromUtf8(r[1]) << QString::fromUtf8(r[2]);
     }
 
     void exitCode()
     {
-        QFETCH(QString, previous);
         QFETCH(QString, output);
         QFETCH(QString, expected);
-        RecordingFace face;
-        TapeEngine engine(face);
-        engine.lastExitCode.set(previous);
-        engine.setExitCode(output);
-        QCOMPARE(engine.lastExitCode.get(), expected);
-        // An empty output says nothing about the code.
-        engine.recordResult(QString());
-        QCOMPARE(engine.lastExitCode.get(), expected);
-        QCOMPARE(engine.lastRunSucceeded(), expected == QStringLiteral("0"));
+        QCOMPARE(exitCodeFromOutput(output).value_or(QStringLiteral("-")), expected);
+    }
+
+    // ltfs and mkltfs report through their message lines and exit status: a
+    // run killed half-way, or one with no message line, reported nothing,
+    // and says what it did instead.
+    void ltfsReport_data()
+    {
+        QTest::addColumn<QString>("err");
+        QTest::addColumn<int>("exitStatus"); // -1: none
+        QTest::addColumn<int>("signal");
+        QTest::addColumn<bool>("started");
+        QTest::addColumn<QString>("expected"); // the code, or the reason
+        const QString failed = QStringLiteral("LTFS15023I Formatting failed.\n");
+        QTest::newRow("success") << QStringLiteral("LTFS15024I Medium formatted successfully.\n") << 0 << 0
+                                 << true << QStringLiteral("0");
+        QTest::newRow("failure") << failed << 16 << 0 << true << QStringLiteral("16");
+        QTest::newRow("killed after a message")
+            << failed << -1 << 11 << true << QStringLiteral("mkltfs was killed by signal 11");
+        QTest::newRow("silent") << QString() << 0 << 0 << true
+                                << QStringLiteral("mkltfs ended without reporting a result");
+        QTest::newRow("garbage") << QStringLiteral("\uFFFDLTFS garbage") << 0 << 0 << true
+                                 << QStringLiteral("mkltfs ended without reporting a result");
+        QTest::newRow("not started") << QString() << -1 << 0 << false
+                                     << QStringLiteral("mkltfs could not be started: /opt/ltfs/mkltfs");
+    }
+
+    void ltfsReport()
+    {
+        QFETCH(QString, err);
+        QFETCH(int, exitStatus);
+        QFETCH(int, signal);
+        QFETCH(bool, started);
+        QFETCH(QString, expected);
+        ToolResult run;
+        run.program = QStringLiteral("/opt/ltfs/mkltfs");
+        run.started = started;
+        run.err = err;
+        if (exitStatus >= 0)
+            run.exitStatus = exitStatus;
+        run.signal = signal;
+        const std::optional<QString> code = ltfsReportedCode(run);
+        QCOMPARE(code ? *code : unreportedReason(run, QStringLiteral("mkltfs")), expected);
     }
 
     // Regression: the texts live in the static engine library and once never
@@ -65,20 +99,21 @@ private Q_SLOTS:
     void errorTexts()
     {
         RecordingFace face;
-        TapeEngine engine(face);
+        QObject home;
+        Journal journal;
+        OperationContext op(home, face, journal);
         QStringList titles;
         for (const char *code : {"1", "2", "3", "4", "5", "6", "7", "8", "99"}) {
             const QString key = QStringLiteral("error_code_") + QLatin1String(code);
-            const QString title = engine.localizedString(key + QStringLiteral("_title"));
-            const QString message = engine.localizedString(key);
+            const QString title = localizedString(key + QStringLiteral("_title"));
+            const QString message = localizedString(key);
             QVERIFY2(title != key + QStringLiteral("_title") && !title.trimmed().isEmpty(), code);
             QVERIFY2(message != key && !message.trimmed().isEmpty() && title != message, code);
             titles << title;
 
             // A failure shown with its error: the title, then the message.
             face.pane.clear();
-            engine.lastExitCode.set(QLatin1String(code));
-            engine.changeButtonStatus(Action::Mount, 1, true);
+            op.feedback.showErrorTexts(QLatin1String(code));
             QVERIFY(QTest::qWaitFor([&] { return !face.pane.isEmpty(); }));
             QCOMPARE(face.pane, QLatin1Char('\n') + title + QLatin1Char('\n') + message);
         }
@@ -86,17 +121,14 @@ private Q_SLOTS:
         QCOMPARE(titles.size(), 9);
         // No text for a code: its keys, never an empty pane or a crash.
         face.pane.clear();
-        engine.lastExitCode.set(QStringLiteral("4711"));
-        engine.displayError();
+        op.feedback.showErrorTexts(QStringLiteral("4711"));
         QVERIFY(QTest::qWaitFor([&] { return !face.pane.isEmpty(); }));
         QCOMPARE(face.pane, QStringLiteral("\nerror_code_4711_title\nerror_code_4711"));
-        // Success and the other statuses show no error text.
+        // Success, and a run that reported no code, show no error text.
         face.pane.clear();
-        for (int status : {0, 2, 3, 7})
-            engine.changeButtonStatus(Action::Mount, status, true);
-        engine.lastExitCode.set(QStringLiteral("0"));
-        engine.displayError();
-        engine.showResults(false, QStringLiteral("end"));
+        op.feedback.showErrorTexts(QStringLiteral("0"));
+        op.feedback.showErrorTexts(QString());
+        op.show(false, QStringLiteral("end"));
         QVERIFY(QTest::qWaitFor([&] { return !face.pane.isEmpty(); }));
         QCOMPARE(face.pane, QStringLiteral("\nend"));
     }
@@ -107,13 +139,14 @@ private Q_SLOTS:
     void postsKeepTheirOrder()
     {
         RecordingFace face;
-        TapeEngine engine(face);
-        QStringList seen; // pane lines and statuses, interleaved as the face got them
-        QThreadPool::globalInstance()->start([&engine] {
+        QObject home;
+        Journal journal;
+        OperationContext op(home, face, journal);
+        QThreadPool::globalInstance()->start([&op] {
             for (int i = 0; i < 1000; ++i) {
-                engine.showResults(i == 100, QStringLiteral("line %1").arg(i));
+                op.show(i == 100, QStringLiteral("line %1").arg(i));
                 if (i % 100 == 99)
-                    engine.changeButtonStatus(Action::Scan, (i / 100) % 4, false);
+                    op.status(Action::Scan, (i / 100) % 4);
             }
         });
         QThreadPool::globalInstance()->waitForDone();

@@ -50,14 +50,16 @@ private Q_SLOTS:
         const QString start = "==== [-0-9]{10} [:0-9]{8} start: Retrieving the log of tape44\n"
                               "pane: Gathering Log Info - This May Take Several Minutes\n"
                               "tool: \\S+/itdt -R \\S+/output -LP \\S+/output -f tape44 dump\n";
-        QTest::newRow("complete") << QByteArray()
-                                  << start + "(out: .*\n)+exit: status 0, code 0\n"
-                                             "(pane: .*\n)+==== .* end: Retrieving the log of "
-                                             "tape44 - Complete after 00:0\\d\n";
+        QTest::newRow("save declined")
+            << QByteArray()
+            << start + "(out: .*\n)+exit: status 0, code 0\n"
+                       "(pane: .*\n)+==== .* end: Retrieving the log of "
+                       "tape44 - Cancelled: User canceled retrieve log after 00:0\\d\n";
         QTest::newRow("failed")
             << QByteArray("tape44:dump=3")
-            << start + "(out: .*\n)+out:  Exit with code: 3\nexit: status 3, code 3\n"
-                       "(pane: .*\n)*pane: No drive dump .*\n==== .* - Failed after 00:0\\d\n";
+            << start +
+                   "(out: .*\n)+out:  Exit with code: 3\nexit: status 3, code 3\n"
+                   "(pane: .*\n)*pane: No drive dump .*\n==== .* - Failed: No drive dump .* after 00:0\\d\n";
     }
 
     // The record Save Transcript keeps is the journal's last part, word for word.
@@ -74,7 +76,7 @@ private Q_SLOTS:
         QStringList asked;
         answerWith({}, &asked);
         QVERIFY(performToEnd(engine, Action::RetrieveLog));
-        const QString saved = QString::fromUtf8(engine.journal.record());
+        const QString saved = QString::fromUtf8(engine.journal().record());
         QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(record)).match(saved).hasMatch(),
                  qPrintable(saved));
         const QString day = QString::fromUtf8(readFile(todaysJournal()));

@@ -242,10 +242,10 @@ private Q_SLOTS:
         TapeEngine engine(face);
         // What QString::fromUtf8 makes of the garbage: replacement characters.
         const QString garbage = QString(1 << 20, QChar(0xFFFD)) + QStringLiteral("garbage end");
-        engine.showResults(true,
+        engine.showMessage(true,
                            QStringLiteral("Mount Error: Please check that a formated tape was inserted"));
-        engine.showResults(false, garbage);
-        engine.showResults(false, QStringLiteral("after"));
+        engine.showMessage(false, garbage);
+        engine.showMessage(false, QStringLiteral("after"));
         QVERIFY(QTest::qWaitFor([&] { return face.pane.endsWith(QStringLiteral("\nafter")); }));
 
         const QString shown = face.pane;

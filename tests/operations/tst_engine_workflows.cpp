@@ -6,6 +6,7 @@
 // records left behind. The format is described at the top of that file.
 
 #include "drives/DriveStateStore.h"
+#include "operations/MountCheck.h"
 #include "support/EngineHarness.h"
 #include "support/TestEnv.h"
 #include "tools/Console.h"
@@ -172,7 +173,9 @@ public:
                                                                   : QStringLiteral("nothing to stop");
                 return;
             }
-            if (stopper && (face.shown.size() == m_shownAtStop || (*stopped == "stopped" && face.busy)))
+            // The next action comes once the stop's end is shown, while the
+            // stopped tool may still be on its way out.
+            if (stopper && face.shown.size() == m_shownAtStop)
                 return;
             if (next && !m_nextAsked) {
                 m_nextAsked = true;
@@ -296,6 +299,8 @@ private:
             {QStringLiteral("status"),
              [&](const QString &want) {
                  const QString name = want.section(QLatin1Char(' '), 0, 0);
+                 if (!kActions.contains(name))
+                     return QStringLiteral("no such action: ") + name;
                  const Action a = kActions.value(name);
                  return name + QLatin1Char(' ') +
                         (face.status.contains(a) ? kStatusNames.value(face.status.value(a))
@@ -343,10 +348,19 @@ private:
              }},
             {QStringLiteral("mounted"),
              [&](const QString &) {
-                 const DrivePtr d = engine.selectedDrive.get();
-                 return yesNo(d && d->mounted()) + QStringLiteral(" table ") + yesNo(engine.isTapeMounted());
+                 const DrivePtr d = engine.selectedDrive();
+                 const bool listed = d && mountAnswerFor(readMountTable(), d->name()) == MountAnswer::Yes;
+                 return yesNo(d && d->mounted()) + QStringLiteral(" table ") + yesNo(listed);
              }},
-            {QStringLiteral("code"), [&](const QString &) { return engine.lastExitCode.get(); }},
+            {QStringLiteral("verdict"), // the last operation's: "verdict failed[: REASON]"
+             [&](const QString &want) {
+                 const std::optional<Verdict> &v = engine.lastOperation().verdict;
+                 if (!v)
+                     return QStringLiteral("none");
+                 const QString outcome = outcomeName(v->outcome).toLower();
+                 return want.contains(QLatin1Char(':')) ? outcome + QStringLiteral(": ") + v->reason
+                                                        : outcome;
+             }},
             {QStringLiteral("file-is"),
              [&](const QString &want) {
                  const QString path = want.section(QLatin1Char(' '), 0, 0);
@@ -387,7 +401,7 @@ private:
                 qputenv(qPrintable(rest.section(QLatin1Char('='), 0, 0)),
                         rest.section(QLatin1Char('='), 1).toUtf8());
             } else if (word == QStringLiteral("holders")) {
-                engine.holderReportIntervalMs = rest.toInt();
+                engine.setHolderReportInterval(rest.toInt());
             } else if (word == QStringLiteral("heal-when")) {
                 // drops the fault once the pane shows `rest`
                 healer = std::make_unique<QTimer>();
@@ -434,7 +448,11 @@ private:
                 r.name.replace(QStringLiteral("<none>"), QString());
                 r.serialNumber = QStringLiteral("1013000777");
                 r.mounted = rest.endsWith(QStringLiteral(" mounted"));
-                engine.selectedDrive.set(makeDrive(r));
+                engine.selectDrive(makeDrive(r));
+                QCoreApplication::processEvents();
+                face.pane.clear();
+                face.events.clear();
+                face.status.clear();
             } else if (word == QStringLiteral("answers")) {
                 script = rest.split(QLatin1Char(';'));
                 answerWith(script, &asked);
@@ -461,18 +479,25 @@ private:
                         next.isEmpty() ? std::nullopt : std::optional<Action>(kActions.value(next)));
                 // "a+b": b is asked for while a runs
                 const QStringList asks = rest.section(QLatin1Char(' '), 0, 0).split(QLatin1Char('+'));
+                // A misspelt action would otherwise run as a scan.
+                if (!std::all_of(asks.cbegin(), asks.cend(),
+                                 [](const QString &a) { return kActions.contains(a); }) ||
+                    (!next.isEmpty() && !kActions.contains(next))) {
+                    fail(line, QStringLiteral("no such action"));
+                    continue;
+                }
                 for (int k = 1; k < asks.size(); ++k) {
                     if (k == 1) {
+                        // The gate closes before perform() returns: nothing
+                        // of the first action has reached the GUI thread yet.
                         engine.perform(kActions.value(asks.first()));
-                        if (!QTest::qWaitFor([&] { return engine.isBusy(); }))
-                            fail(line, QStringLiteral("never busy"));
+                        if (!engine.isBusy())
+                            fail(line, QStringLiteral("not busy once perform() returned"));
                     }
                     engine.perform(kActions.value(asks[k]));
                 }
-                if (asks.size() == 1 && !kActions.contains(asks.first()))
-                    fail(line, QStringLiteral("no such action"));
-                else if (!(asks.size() == 1 ? performToEnd(engine, kActions.value(asks.first()), 60000)
-                                            : settle(engine, 60000)))
+                if (!(asks.size() == 1 ? performToEnd(engine, kActions.value(asks.first()), 60000)
+                                       : settle(engine, 60000)))
                     fail(line, QStringLiteral("still running after a minute"));
                 recordedRuns.clear();
                 for (const QStringList &r : runs())

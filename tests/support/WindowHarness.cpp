@@ -194,7 +194,7 @@ void selectDrive(ViewController &vc, const QString &id, const QString &name)
     DriveRecord record;
     record.id = id;
     record.name = name;
-    vc.engine.selectedDrive.set(makeDrive(record));
+    vc.engine.selectDrive(makeDrive(record));
 }
 
 } // namespace tapedesk::test

@@ -339,7 +339,7 @@ private Q_SLOTS:
         remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
         DriveStateStore::saveDriveInfo(*remembered);
         ViewController vc;
-        vc.engine.volumeReadTimeoutMs = 1500;
+        vc.engine.setVolumeReadTimeoutMs(1500);
         vc.viewDidLoad({QStringLiteral("tapedesk")});
         vc.show();
         QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
@@ -765,7 +765,7 @@ private Q_SLOTS:
         QVERIFY(waitForIdle(vc));
         qunsetenv("TAPESIM_FAIL");
         QCOMPARE(cleared.size(), 0);
-        QVERIFY(vc.engine.selectedDrive.get()->mounted());
+        QVERIFY(vc.engine.selectedDrive()->mounted());
     }
 
     // A flood shows only what could be read: the last lines, whether they
