@@ -18,7 +18,9 @@ namespace {
 // A drive as a scan listed it when a mount recorded it.
 DriveRecord mountedAs(const QString &scanLine)
 {
-    DriveRecord r = getSingleDrive(scanLine)->record();
+    DriveList scanned;
+    parseDriveTextToDrive(scanLine, scanned);
+    DriveRecord r = scanned.snapshot().constFirst()->record();
     r.address = QStringLiteral("ABC123");
     r.barCode = QStringLiteral("ABC123L8");
     r.mounted = true;
