@@ -10,8 +10,8 @@
 //   liveoutput_view_memory: 3.1 MB (target <= 30 MB) ok
 
 #include "ui/LiveOutputView.h"
+#include "ui/MainWindow.h"
 #include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
 
 #include <QApplication>
 #include <QDir>
@@ -65,9 +65,9 @@ int main(int argc, char **argv)
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 
-    ViewController vc;
-    vc.ui.paneTabs->setCurrentWidget(vc.watch().liveView());
-    vc.show();
+    MainWindow mainWindow;
+    mainWindow.ui.paneTabs->setCurrentWidget(mainWindow.watch().liveView());
+    mainWindow.show();
 
     QElapsedTimer clock;
     qint64 last = 0;
@@ -84,15 +84,15 @@ int main(int argc, char **argv)
     std::atomic<bool> ran{false};
     clock.start();
     heartbeat.start();
-    vc.engine.runInBackground([&] {
-        vc.engine.shell(tool, {});
+    mainWindow.engine.runInBackground([&] {
+        mainWindow.engine.shell(tool, {});
         ran = true;
     });
     QEventLoop loop;
     QTimer check;
     check.setInterval(10);
     QObject::connect(&check, &QTimer::timeout, [&] {
-        if ((ran && !vc.engine.isOperating() && vc.watch().liveView()->pendingLines() == 0) ||
+        if ((ran && !mainWindow.engine.isOperating() && mainWindow.watch().liveView()->pendingLines() == 0) ||
             clock.elapsed() > 120000)
             loop.quit();
     });
@@ -101,7 +101,7 @@ int main(int argc, char **argv)
     heartbeat.stop();
     const double seconds = static_cast<double>(clock.elapsed()) / 1000.0;
 
-    LiveOutputView &view = *vc.watch().liveView();
+    LiveOutputView &view = *mainWindow.watch().liveView();
     const int lines = view.document()->blockCount();
     const qint64 before = heapInUse();
     view.clearOutput();

@@ -111,14 +111,16 @@ private Q_SLOTS:
         const QString tape0 = QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:1234567890 H1-B0-T0-L0");
         const QString tape1 = QStringLiteral("#1 tape1 - [ULTRIUM-TD9]-[N1K0] S/N:1097000123 H1-B0-T1-L0");
         const char *scanned0 = "tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890";
-        const char *mounted0 = "tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890 mounted ABC123L8 ABC123";
+        const char *mounted0 =
+            "tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890 mounted ABC123L8 ABC123";
         const char *scanned1 = "tape1|1|Corvel TD9|S/N:1097000123|N1K0|1097000123";
         const char *mounted1 = "tape1|1|Corvel TD9|S/N:1097000123|N1K0|1097000123 mounted ABC123L8 ABC123";
         // The firmware was updated since the mount: the scan's word wins.
         row("mounted and scanned: one drive, the scan's", tape0, {mounted0},
             {QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[E0A1] S/N:1234567890 H1-B0-T0-L0")});
         row("mounted, not scanned: after the scanned ones", tape1, {scanned1, mounted0}, {tape0});
-        row("two scanned, one of them mounted", tape0 + QLatin1Char('\n') + tape1, {scanned0, mounted1}, {tape1});
+        row("two scanned, one of them mounted", tape0 + QLatin1Char('\n') + tape1, {scanned0, mounted1},
+            {tape1});
         row("mounted under another id: the scan's id", tape0, {mounted0},
             {QStringLiteral("#3 tape3 - [ULTRIUM-HH8]-[F1A2] S/N:1234567890 H1-B0-T3-L0")});
         row("another drive under the same id: two", tape0,
@@ -143,8 +145,8 @@ private Q_SLOTS:
         QStringList seen;
         for (const DrivePtr &d : list.snapshot()) {
             const DriveRecord r = d->record();
-            QString shown = QStringList{r.id, r.name, r.info1, r.info2, r.info3, r.serialNumber}.join(
-                QLatin1Char('|'));
+            QString shown =
+                QStringList{r.id, r.name, r.info1, r.info2, r.info3, r.serialNumber}.join(QLatin1Char('|'));
             if (r.mounted)
                 shown += QStringLiteral(" mounted %1 %2").arg(r.barCode, r.address);
             seen << shown;

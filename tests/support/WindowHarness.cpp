@@ -3,7 +3,7 @@
 #include "drives/Drive.h"
 #include "drives/DriveStateStore.h"
 #include "tools/SettingsStore.h"
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -148,23 +148,23 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
     return true;
 }
 
-QString paneText(ViewController &vc)
+QString paneText(MainWindow &mainWindow)
 {
-    return vc.ui.rightScrollView->toPlainText();
+    return mainWindow.ui.transcript->toPlainText();
 }
 
-bool waitForPane(ViewController &vc, const QString &text, int timeoutMs)
+bool waitForPane(MainWindow &mainWindow, const QString &text, int timeoutMs)
 {
-    return waitUntil([&] { return paneText(vc).contains(text); }, timeoutMs);
+    return waitUntil([&] { return paneText(mainWindow).contains(text); }, timeoutMs);
 }
 
-bool waitForIdle(ViewController &vc, int timeoutMs)
+bool waitForIdle(MainWindow &mainWindow, int timeoutMs)
 {
     return waitUntil(
         [&] {
             QCoreApplication::processEvents();
-            return !vc.ui.progressIndicator->isVisible() && vc.ui.btnScan->isEnabled() &&
-                   vc.ui.tableView->isEnabled();
+            return !mainWindow.ui.progressBar->isVisible() && mainWindow.ui.scanButton->isEnabled() &&
+                   mainWindow.ui.tableView->isEnabled();
         },
         timeoutMs);
 }
@@ -189,12 +189,12 @@ QString simLogPath()
     return TestHome::path() + QStringLiteral("/sim.log");
 }
 
-void selectDrive(ViewController &vc, const QString &id, const QString &name)
+void selectDrive(MainWindow &mainWindow, const QString &id, const QString &name)
 {
     DriveRecord record;
     record.id = id;
     record.name = name;
-    vc.engine.selectedDrive.set(makeDrive(record));
+    mainWindow.engine.selectedDrive.set(makeDrive(record));
 }
 
 } // namespace tapedesk::test

@@ -4,9 +4,9 @@
 // is read aloud, the real dialogs the workflows ask through, the account
 // login against a local server, live output and the desktop notification.
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/PreferencesWindowController.h"
-#include "app/AppDelegate.h"
+#include "Preferences/PreferencesWindow.h"
+#include "Preferences/ToolPathsPage.h"
+#include "app/Application.h"
 #include "app/DarkLook.h"
 #include "drives/DriveStateStore.h"
 #include "operations/PaneText.h"
@@ -19,11 +19,11 @@
 #include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
-#include "ui/AuthenticateViewController.h"
+#include "ui/AccountView.h"
 #include "ui/DriveTableModel.h"
 #include "ui/LiveOutputView.h"
+#include "ui/MainWindow.h"
 #include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
 #include "ui/VolumeDetailsView.h"
 
 #include <QAccessible>
@@ -65,11 +65,11 @@ DrivePtr drive(const QString &id, bool mounted = false)
     return makeDrive(r);
 }
 
-QColor cardColour(ViewController &vc, int row)
+QColor cardColour(MainWindow &mainWindow, int row)
 {
-    const QRect r = vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0));
+    const QRect r = mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(row, 0));
     // A corner of the card, clear of the text.
-    return vc.ui.tableView->viewport()->grab().toImage().pixelColor(r.right() - 4, r.top() + 3);
+    return mainWindow.ui.tableView->viewport()->grab().toImage().pixelColor(r.right() - 4, r.top() + 3);
 }
 
 QString read(QObject *object, QAccessible::Text text)
@@ -105,16 +105,17 @@ QStringList stored()
     return out;
 }
 
-QStringList fields(const PreferencesViewController &pane)
+QStringList fields(const ToolPathsPage &pane)
 {
-    return {pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(), pane.txtOutput->text()};
+    return {pane.itdtPathEdit->text(), pane.ltfsPathEdit->text(), pane.mkltfsPathEdit->text(),
+            pane.outputFolderEdit->text()};
 }
 
 // Clicks the middle of a row's card, as the operator does.
-void clickRow(ViewController &vc, int row)
+void clickRow(MainWindow &mainWindow, int row)
 {
-    QTest::mouseClick(vc.ui.tableView->viewport(), Qt::LeftButton, {},
-                      vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
+    QTest::mouseClick(mainWindow.ui.tableView->viewport(), Qt::LeftButton, {},
+                      mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(row, 0)).center());
 }
 
 // A minimal HTTP/1.1 server on 127.0.0.1: records each request as the
@@ -203,24 +204,6 @@ class UiTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // A field limited this way stops at three characters while typing, and a
-    // text pasted at once loses only its last character.
-    void textFieldTrim()
-    {
-        ViewController vc;
-        QLineEdit field;
-        for (const auto &[typed, kept] : {std::pair<QString, QString>{"ABC", "ABC"},
-                                          {"ABCD", "ABC"},
-                                          {"KT1234", "KT123"},
-                                          {"ABe\u0301\u0301", "ABe\u0301\u0301"},
-                                          {"ABCe\u0301", "ABC"}}) {
-            field.setText(typed);
-            vc.controlTextDidChange(&field);
-            QCOMPARE(field.text(), kept);
-        }
-        vc.controlTextDidChange(nullptr);
-    }
-
     void initTestCase()
     {
         applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
@@ -284,24 +267,25 @@ private Q_SLOTS:
         if (!stored.isEmpty())
             setPaths(stored[0], stored[1], stored[2], stored[3]);
 
-        ViewController vc;
-        AppDelegate delegate;
-        delegate.attachMainWindow(vc);
-        vc.viewDidLoad({QStringLiteral("tapedesk"), launch});
-        vc.show();
+        MainWindow mainWindow;
+        Application application;
+        application.attachMainWindow(mainWindow);
+        applyLaunchArguments({QStringLiteral("tapedesk"), launch});
+        mainWindow.show();
         const QString startPane =
             QStringLiteral("\nLooks like preferences settings could be wrong.") + problem;
-        QVERIFY(waitForPane(vc, startPane) && waitForIdle(vc));
-        QCOMPARE(paneText(vc), startPane);
-        QCOMPARE(delegate.preferencesController != nullptr, !offered.isEmpty());
+        QVERIFY(waitForPane(mainWindow, startPane) && waitForIdle(mainWindow));
+        QCOMPARE(paneText(mainWindow), startPane);
+        QCOMPARE(application.preferencesWindow != nullptr, !offered.isEmpty());
         if (offered.isEmpty())
             return;
-        PreferencesViewController &pane = *delegate.preferencesController->pathsPane();
+        ToolPathsPage &pane = *application.preferencesWindow->pathsPage();
         QCOMPARE(fields(pane), expand(offered));
-        pane.ui.btnSave->click();
-        QVERIFY(waitUntil([&] { return paneText(vc).endsWith(afterSave); }) && waitForIdle(vc));
-        QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
-        QCOMPARE(vc.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
+        pane.ui.saveButton->click();
+        QVERIFY(waitUntil([&] { return paneText(mainWindow).endsWith(afterSave); }) &&
+                waitForIdle(mainWindow));
+        QVERIFY(QFileInfo(pane.outputFolderEdit->text()).isDir()); // the default folder is made on Save
+        QCOMPARE(mainWindow.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
     }
 
     void driveTable_data()
@@ -338,33 +322,35 @@ private Q_SLOTS:
         const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
         remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
         DriveStateStore::saveDriveInfo(*remembered);
-        ViewController vc;
-        vc.engine.volumeReadTimeoutMs = 1500;
-        vc.viewDidLoad({QStringLiteral("tapedesk")});
-        vc.show();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-        QAccessibleInterface *table = QAccessible::queryAccessibleInterface(vc.ui.tableView);
+        MainWindow mainWindow;
+        mainWindow.engine.volumeReadTimeoutMs = 1500;
+        applyLaunchArguments({QStringLiteral("tapedesk")});
+        mainWindow.show();
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("Scan Complete")) && waitForIdle(mainWindow));
+        QAccessibleInterface *table = QAccessible::queryAccessibleInterface(mainWindow.ui.tableView);
         for (const auto &[row, lines] :
              {std::pair{
                   0, QStringList{"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "}},
               {5, {"Drive6 (tape55)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape55", "TAPE: "}}}) {
-            QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(), lines);
+            QCOMPARE(mainWindow.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(),
+                     lines);
             QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name), lines.join('\n'));
         }
-        QCOMPARE(cardColour(vc, 0), QColor(Qt::lightGray));
-        QCOMPARE(cardColour(vc, 5), QColor(Qt::yellow));
+        QCOMPARE(cardColour(mainWindow, 0), QColor(Qt::lightGray));
+        QCOMPARE(cardColour(mainWindow, 5), QColor(Qt::yellow));
         // Dark text on the light card, readable in the dark window.
-        const QImage card = vc.ui.tableView->viewport()
-                                ->grab(vc.ui.tableView->visualRect(vc.driveModel()->index(0, 0)))
-                                .toImage();
+        const QImage card =
+            mainWindow.ui.tableView->viewport()
+                ->grab(mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(0, 0)))
+                .toImage();
         int dark = 0;
         for (int i = 0; i < card.width() * card.height(); ++i)
             dark += qGray(card.pixel(i % card.width(), i / card.width())) < 96 ? 1 : 0;
         QVERIFY2(dark > 50, qPrintable(QString::number(dark)));
 
-        VolumeDetailsView *view = vc.volumeView();
-        vc.ui.paneTabs->setCurrentWidget(view);
-        vc.ui.rightScrollView->clear();
+        VolumeDetailsView *view = mainWindow.volumeView();
+        mainWindow.ui.paneTabs->setCurrentWidget(view);
+        mainWindow.ui.transcript->clear();
         QElapsedTimer clock;
         qint64 longestGap = 0;
         qint64 last = 0;
@@ -375,7 +361,7 @@ private Q_SLOTS:
         });
         clock.start();
         ticker.start(20);
-        clickRow(vc, 5);
+        clickRow(mainWindow, 5);
         if (hung) {
             QVERIFY(
                 waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
@@ -393,23 +379,23 @@ private Q_SLOTS:
         QTest::mouseClick(view->openButton(), Qt::LeftButton);
         QTRY_COMPARE(readFile(opened), QUrl::fromLocalFile(QString::fromLatin1(point)).toEncoded());
         // The caption is read by what it shows, and said to be Mount's action.
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Description), QStringLiteral("Mount Action"));
-        QWidget *viewport = vc.ui.tableView->viewport();
+        QCOMPARE(read(mainWindow.ui.mountLabel, QAccessible::Name), QStringLiteral("UNMOUNT"));
+        QCOMPARE(read(mainWindow.ui.mountLabel, QAccessible::Description), QStringLiteral("Mount Action"));
+        QWidget *viewport = mainWindow.ui.tableView->viewport();
         QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
         QTest::qWait(50);
-        QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape55 Selected"));
-        clickRow(vc, 0);
-        QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
+        QCOMPARE(paneText(mainWindow), QStringLiteral("\nReady \ntape55 Selected"));
+        clickRow(mainWindow, 0);
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("tape0 Selected")));
         QTRY_VERIFY(!view->openButton()->isEnabled());
         // Every label, the Volume tab's values among them, is read by what it
         // shows: a fixed name would hide a text that changes.
-        for (QLabel *label : vc.findChildren<QLabel *>())
+        for (QLabel *label : mainWindow.findChildren<QLabel *>())
             QCOMPARE(read(label, QAccessible::Name), label->text());
 
         // Automation and a screen reader find each control by its name alone.
         QStringList names;
-        for (QWidget *w : vc.findChildren<QWidget *>())
+        for (QWidget *w : mainWindow.findChildren<QWidget *>())
             names << read(w, QAccessible::Name);
         for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
                                  "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
@@ -424,9 +410,9 @@ private Q_SLOTS:
         forgetPaths();
         const PathDefaults d = pathDefaults();
         const QStringList defaults{d.itdt, d.ltfs, d.mkltfs, d.output};
-        PreferencesWindowController window;
-        window.showWindow();
-        PreferencesViewController &pane = *window.pathsPane();
+        PreferencesWindow window;
+        window.showAndRaise();
+        ToolPathsPage &pane = *window.pathsPage();
         for (QWidget *w : pane.findChildren<QWidget *>()) {
             if (qobject_cast<QLineEdit *>(w) || qobject_cast<QPushButton *>(w))
                 QVERIFY2(!w->accessibleName().isEmpty(), qPrintable(w->objectName()));
@@ -437,26 +423,28 @@ private Q_SLOTS:
         const QStringList typed{QStringLiteral(" /opt/itdt/itdt "), QStringLiteral("/usr/bin/ltfs"),
                                 NO_PATH_SELECTED, QString()};
         for (int i = 0; i < 4; ++i)
-            QList<QLineEdit *>{pane.txtITDT, pane.txtLTFS, pane.txtMK, pane.txtOutput}[i]->setText(typed[i]);
-        pane.ui.btnSave->click();
+            QList<QLineEdit *>{pane.itdtPathEdit, pane.ltfsPathEdit, pane.mkltfsPathEdit,
+                               pane.outputFolderEdit}[i]
+                ->setText(typed[i]);
+        pane.ui.saveButton->click();
         QCOMPARE(stored(), typed);
         // The status is read by what it says, not by a fixed name.
-        QCOMPARE(read(pane.lblStatus, QAccessible::Name), QStringLiteral("Preferences have been saved."));
+        QCOMPARE(read(pane.statusLabel, QAccessible::Name), QStringLiteral("Preferences have been saved."));
 
         // Reset offers the defaults and stores nothing; a window still up keeps
         // the edits, one shown anew is refilled with the paths in use.
-        pane.ui.btnReset->click();
-        window.showWindow();
+        pane.ui.resetButton->click();
+        window.showAndRaise();
         QCOMPARE(fields(pane), defaults);
         window.close();
         QCOMPARE(stored(), typed);
-        window.showWindow();
+        window.showAndRaise();
         QCOMPARE(fields(pane), typed);
 
         // A path missing: the pane offers the defaults, and a load shows the placeholder for it.
         LTFS_PATH.set(std::nullopt);
         window.close();
-        window.showWindow();
+        window.showAndRaise();
         QCOMPARE(fields(pane), defaults);
         pane.loadPreferences();
         QCOMPARE(fields(pane), (QStringList{typed[0], NO_PATH_SELECTED, typed[2], typed[3]}));
@@ -469,12 +457,13 @@ private Q_SLOTS:
         DialogScript script;
         script.cancelPicker().cancelPicker().cancelPicker().choosePath(itdt).choosePath(out);
         for (QPushButton *b :
-             {pane.ui.btnLTFS, pane.ui.btnMK, pane.ui.btnOutput, pane.ui.btnITDT, pane.ui.btnOutput})
+             {pane.ui.chooseLtfsButton, pane.ui.chooseMkltfsButton, pane.ui.chooseOutputFolderButton,
+              pane.ui.chooseItdtButton, pane.ui.chooseOutputFolderButton})
             b->click();
         QCOMPARE(script.seen().size(), 5);
         QCOMPARE(fields(pane), (QStringList{itdt, before[1], before[2], out}));
         QCOMPARE(stored(), typed);
-        pane.ui.btnSave->click();
+        pane.ui.saveButton->click();
         QCOMPARE(stored(), fields(pane));
     }
 
@@ -482,7 +471,7 @@ private Q_SLOTS:
     // description, then the button's description at each status.
     void whatIsReadAloud()
     {
-        ViewController vc;
+        MainWindow mainWindow;
         QStringList heard;
         // The statusImage property is set once the image and its words are in place.
         struct Reader : QObject
@@ -496,8 +485,8 @@ private Q_SLOTS:
             }
         } reader;
         reader.heard = &heard;
-        vc.ui.btnTest->installEventFilter(&reader);
-        selectDrive(vc);
+        mainWindow.ui.testButton->installEventFilter(&reader);
+        selectDrive(mainWindow);
         DialogScript script;
         script.then([&](QWidget *d, const SeenDialog &) {
             heard << QStringList{d->windowTitle(), read(d, QAccessible::Name),
@@ -505,9 +494,9 @@ private Q_SLOTS:
                          .join(QStringLiteral(" | "));
             clickButton(d, QStringLiteral("OK"));
         });
-        vc.btnRunTest();
+        mainWindow.runTest();
         waitUntil([&] { return heard.size() >= 3; }); // a miss shows below
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(waitForIdle(mainWindow));
         QCOMPARE(heard, (QStringList{
                             QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | "),
                             "In Progress", "Complete"}));
@@ -602,10 +591,10 @@ private Q_SLOTS:
         SettingsStore::setText(AuthSettings::domainKey, QStringLiteral("https://tenant.site.example/"));
         SettingsStore::setText(AuthSettings::userKey, QStringLiteral("operator@site.example"));
         qputenv(AuthSettings::domainEnv, tenant.replace(QStringLiteral("$SERVER"), server.base()).toUtf8());
-        AuthenticateViewController login;
+        AccountView login;
         QCOMPARE(login.password, QStringLiteral("p@ss:word/1"));
-        login.lblStatus->setText(QStringLiteral("Signed in")); // read by what it says
-        QCOMPARE(read(login.lblStatus, QAccessible::Name), login.lblStatus->text());
+        login.statusLabel->setText(QStringLiteral("Signed in")); // read by what it says
+        QCOMPARE(read(login.statusLabel, QAccessible::Name), login.statusLabel->text());
         const QList<QByteArray> console = consoleOf([&] {
             login.loginButton()->click();
             QVERIFY(waitUntil(
@@ -625,7 +614,7 @@ private Q_SLOTS:
                  form + "authorization: Bearer tok-123\n\nclient_id=" + login.client_id.toUtf8() +
                      "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
         // A later login carries the token it has.
-        login.btnLogin();
+        login.logIn();
         QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
         QVERIFY(server.requests[2].contains("\nauthorization: Bearer tok-123\n"));
     }
@@ -687,23 +676,24 @@ private Q_SLOTS:
                                        "echo 'dump begun'\nwhile [ ! -e '%2' ]; do sleep 0.05; done\n"
                                        "echo 'dump done' >&2\necho 'Exit with code: 0'\n")
                             .arg(simBinDir(), flag)));
-        ViewController vc;
-        vc.watch().notifier().setConnection(QDBusConnection::connectToBus(address, QStringLiteral("window")));
-        vc.watch().notifyAfterMs = notifyAfterMs;
+        MainWindow mainWindow;
+        mainWindow.watch().notifier().setConnection(
+            QDBusConnection::connectToBus(address, QStringLiteral("window")));
+        mainWindow.watch().notifyAfterMs = notifyAfterMs;
         // The offscreen platform warns that it cannot raise a window.
         if (!notified)
             QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
+        test::selectDrive(mainWindow, QStringLiteral("tape44"), QStringLiteral("44"));
         QStringList asked;
         answerWith({}, &asked);
-        vc.btnRetrieveLog(vc.ui.btnRetriveLog);
-        const LiveOutputView &live = *vc.watch().liveView();
+        mainWindow.retrieveLog();
+        const LiveOutputView &live = *mainWindow.watch().liveView();
         QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
         QVERIFY(QRegularExpression(
                     QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
                     .match(live.toPlainText())
                     .hasMatch());
-        QLabel &clock = *vc.watch().elapsedLabel();
+        QLabel &clock = *mainWindow.watch().elapsedLabel();
         QCOMPARE(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:00"));
         QTRY_COMPARE_WITH_TIMEOUT(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:01"), 3000);
         QCOMPARE(read(&clock, QAccessible::Name), clock.text()); // the clock is read as it ticks
@@ -715,8 +705,8 @@ private Q_SLOTS:
                 live.toPlainText().indexOf(QStringLiteral("dump done")));
         QVERIFY(formatAt(live.document(), QStringLiteral("dump done")).foreground() !=
                 formatAt(live.document(), QStringLiteral("dump begun")).foreground());
-        QVERIFY(waitUntil([&] { return !vc.engine.isOperating(); }));
-        QVERIFY(!paneText(vc).contains(QStringLiteral("$ ")));
+        QVERIFY(waitUntil([&] { return !mainWindow.engine.isOperating(); }));
+        QVERIFY(!paneText(mainWindow).contains(QStringLiteral("$ ")));
         QTest::qWait(300); // for a notification that should not come
         QCOMPARE(notifications.received.size(), notified ? 1 : 0);
         if (!notified)
@@ -729,9 +719,9 @@ private Q_SLOTS:
                  qPrintable(notifications.received.first()));
         Q_EMIT notifications.ActionInvoked(6, QStringLiteral("default")); // another program's
         QTest::qWait(200);
-        QVERIFY(!vc.isVisible());
+        QVERIFY(!mainWindow.isVisible());
         Q_EMIT notifications.ActionInvoked(7, QStringLiteral("default"));
-        QTRY_VERIFY(vc.isVisible());
+        QTRY_VERIFY(mainWindow.isVisible());
     }
 
     // While a tool runs on the GUI thread's turn, the window takes no input
@@ -739,33 +729,33 @@ private Q_SLOTS:
     void stopIsTheOnlyInputWhileAToolHolds()
     {
         freshCase(kTape44);
-        ViewController vc;
-        vc.show();
+        MainWindow mainWindow;
+        mainWindow.show();
         // The start-up scan first, so no click meets it still running.
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("Scan Complete")) && waitForIdle(mainWindow));
+        test::selectDrive(mainWindow, QStringLiteral("tape44"), QStringLiteral("44"));
         QStringList asked;
         answerWith({QStringLiteral("0")}, &asked);
-        vc.ui.btnMount->click();
-        QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
+        mainWindow.ui.mountButton->click();
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("Mount Complete")) && waitForIdle(mainWindow));
         qputenv("TAPESIM_FAIL", "tape44:umount=hang");
-        QSignalSpy cleared(vc.ui.btnClearPreferences, &QPushButton::clicked);
+        QSignalSpy cleared(mainWindow.ui.clearMountedDrivesButton, &QPushButton::clicked);
         QTimer presser;
         QObject::connect(&presser, &QTimer::timeout, [&] {
-            if (!vc.engine.isWaitingResponsive() || children::liveCount() == 0)
+            if (!mainWindow.engine.isWaitingResponsive() || children::liveCount() == 0)
                 return;
             presser.stop();
-            QTest::mouseClick(vc.ui.btnClearPreferences, Qt::LeftButton);
-            QTest::mouseClick(vc.ui.btnStop, Qt::LeftButton);
+            QTest::mouseClick(mainWindow.ui.clearMountedDrivesButton, Qt::LeftButton);
+            QTest::mouseClick(mainWindow.ui.stopButton, Qt::LeftButton);
         });
         presser.start(20);
-        vc.ui.btnMount->click();
-        QVERIFY2(waitForPane(vc, QStringLiteral("Stopped by the operator: the wait for the unmount")),
-                 qPrintable(paneText(vc)));
-        QVERIFY(waitForIdle(vc));
+        mainWindow.ui.mountButton->click();
+        QVERIFY2(waitForPane(mainWindow, QStringLiteral("Stopped by the operator: the wait for the unmount")),
+                 qPrintable(paneText(mainWindow)));
+        QVERIFY(waitForIdle(mainWindow));
         qunsetenv("TAPESIM_FAIL");
         QCOMPARE(cleared.size(), 0);
-        QVERIFY(vc.engine.selectedDrive.get()->mounted());
+        QVERIFY(mainWindow.engine.selectedDrive.get()->mounted());
     }
 
     // A flood shows only what could be read: the last lines, whether they

@@ -6,14 +6,12 @@ namespace tapedesk {
 
 // The second pane of the preferences window: what each tool is for and where
 // it usually lives. It has no behaviour; the paths are set on the first pane.
-class Preferences_ToolsController : public QWidget
+class AboutToolsPage : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit Preferences_ToolsController(QWidget *parent = nullptr);
-
-    void viewDidLoad();
+    explicit AboutToolsPage(QWidget *parent = nullptr);
 };
 
 } // namespace tapedesk
