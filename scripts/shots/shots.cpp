@@ -114,7 +114,7 @@ private Q_SLOTS:
         applyLaunchArguments({QStringLiteral("tapedesk")});
         tape.show();
         QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
-        // The record TapeDesk kept of its mount: the card that reads mounted.
+        // The drive TapeDesk mounted: its one card reads mounted.
         const QList<DrivePtr> cards = tape.driveModel()->drives();
         for (int row = 0; row < cards.size(); ++row) {
             if (cards[row]->mounted() && cards[row]->id() == QStringLiteral("tape56"))
