@@ -4,8 +4,8 @@
 
 namespace tapedesk {
 
-// The second pane of the preferences window: what each tool is for and where
-// it usually lives. It has no behaviour; the paths are set on the first pane.
+// The second page of the preferences window: what each tool is for and where
+// it usually lives. It has no behaviour; the paths are set on the first page.
 class AboutToolsPage : public QWidget
 {
     Q_OBJECT

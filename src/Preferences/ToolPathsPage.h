@@ -11,7 +11,7 @@ class QPushButton;
 
 namespace tapedesk {
 
-// The pane with the four paths. Edits and choices stay in the fields until
+// The page with the four paths. Edits and choices stay in the fields until
 // Save; each showing of the window refills them from the paths in use.
 class ToolPathsPage : public QWidget
 {
@@ -40,8 +40,8 @@ public:
     };
     Widgets ui;
 
-    // Refills the fields from the paths in use (the defaults where none is
-    // set): each time the window is about to be shown.
+    // Refills the fields each time the window is about to be shown: the
+    // paths in use once they are set, the defaults before.
     void showPathsInUse();
 
     void loadPreferences();
