@@ -1,8 +1,10 @@
 #include "support/WindowHarness.h"
 
+#include "Preferences/ToolPathsPage.h"
 #include "drives/Drive.h"
 #include "drives/DriveStateStore.h"
 #include "tools/SettingsStore.h"
+#include "tools/ToolPaths.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractButton>
@@ -195,6 +197,38 @@ void selectDrive(MainWindow &mainWindow, const QString &id, const QString &name)
     record.id = id;
     record.name = name;
     mainWindow.engine.selectedDrive.set(makeDrive(record));
+}
+
+QString accessibleText(QObject *object, QAccessible::Text text)
+{
+    QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
+    return iface ? iface->text(text) : QStringLiteral("<no interface>");
+}
+
+namespace {
+const QStringList kPathKeys{PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
+                            PreferenceKeys::output};
+} // namespace
+
+void forgetPaths()
+{
+    SettingsStore::removeKeys(kPathKeys);
+    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
+        p->set(std::nullopt);
+}
+
+QStringList storedPaths()
+{
+    QStringList out;
+    for (const QString &k : kPathKeys)
+        out << SettingsStore::text(k).value_or(QStringLiteral("<absent>"));
+    return out;
+}
+
+QStringList pathFields(const ToolPathsPage &page)
+{
+    return {page.itdtPathEdit->text(), page.ltfsPathEdit->text(), page.mkltfsPathEdit->text(),
+            page.outputFolderEdit->text()};
 }
 
 } // namespace tapedesk::test

@@ -2,6 +2,7 @@
 
 #include "support/TestEnv.h"
 
+#include <QAccessible>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
@@ -12,7 +13,8 @@ class QFileDialog;
 
 namespace tapedesk {
 class MainWindow;
-}
+class ToolPathsPage;
+} // namespace tapedesk
 
 namespace tapedesk::test {
 
@@ -81,6 +83,16 @@ bool waitForIdle(MainWindow &mainWindow, int timeoutMs = 10000);
 void freshCase(const QByteArray &stateIni = {});
 QString simLogPath();
 // Selects the drive (id, name) without a scan, as a workflow sees it.
+// What assistive technology gets of `object` (its name, description...).
+QString accessibleText(QObject *object, QAccessible::Text text);
+
+// No tool path stored or loaded: a first start.
+void forgetPaths();
+// The four stored paths (itdt, ltfs, mkltfs, output), "<absent>" for one not stored.
+QStringList storedPaths();
+// The four fields of the paths page, in the same order.
+QStringList pathFields(const ToolPathsPage &page);
+
 void selectDrive(MainWindow &mainWindow, const QString &id = QStringLiteral("tape0"),
                  const QString &name = QStringLiteral("0"));
 
