@@ -45,6 +45,7 @@ QEvent::Type firstFrameEvent()
     static const auto type = static_cast<QEvent::Type>(QEvent::registerEventType());
     return type;
 }
+
 } // namespace
 
 MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent)
@@ -101,6 +102,8 @@ void MainWindow::buildLayout()
         b->setMinimumWidth(b->sizeHint().width() + 24); // room for the status image
         return b;
     };
+    // The object names stay as they were: assistive technology derives the
+    // widgets' ids from them, and scripts that drive the window use those.
     ui.scanButton = makeButton(QStringLiteral("Scan"), "btnScan");
     ui.mountButton = makeButton(QStringLiteral("Mount"), "btnMount");
     ui.formatButton = makeButton(QStringLiteral("Format"), "btnFormat");
