@@ -2,7 +2,7 @@
 //   {"access_token":"eyJhbGciOi...","expires_in":86400,"token_type":"Bearer"}
 
 #include "FuzzInput.h"
-#include "ui/AuthenticateViewController.h"
+#include "ui/AccountView.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QString answer = fuzz::decode(data, size);
-    const std::optional<QVariantMap> map = AuthenticateViewController::convertToDictionary(answer);
+    const std::optional<QVariantMap> map = AccountView::convertToDictionary(answer);
 
     // A map exactly when the text is one JSON object; the login then reads
     // its token as text, whatever type the value has.

@@ -11,8 +11,8 @@
 
 #include "tools/ToolPaths.h"
 #include "ui/LiveOutputView.h"
+#include "ui/MainWindow.h"
 #include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
 
 #include <QApplication>
 #include <QDir>
@@ -65,9 +65,9 @@ int main(int argc, char **argv)
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 
-    ViewController vc;
-    vc.ui.paneTabs->setCurrentWidget(vc.watch().liveView());
-    vc.show();
+    MainWindow mainWindow;
+    mainWindow.ui.paneTabs->setCurrentWidget(mainWindow.watch().liveView());
+    mainWindow.show();
 
     QElapsedTimer clock;
     qint64 last = 0;
@@ -87,15 +87,15 @@ int main(int argc, char **argv)
         path->set(tool);
     OUTPUT_FOLDER.set(home.path());
     bool ran = false;
-    QObject::connect(&vc.engine, &TapeEngine::operationEnded, [&ran] { ran = true; });
+    QObject::connect(&mainWindow.engine, &TapeEngine::operationEnded, [&ran] { ran = true; });
     clock.start();
     heartbeat.start();
-    vc.engine.perform(Action::Scan);
+    mainWindow.engine.perform(Action::Scan);
     QEventLoop loop;
     QTimer check;
     check.setInterval(10);
     QObject::connect(&check, &QTimer::timeout, [&] {
-        if ((ran && !vc.engine.isOperating() && vc.watch().liveView()->pendingLines() == 0) ||
+        if ((ran && !mainWindow.engine.isOperating() && mainWindow.watch().liveView()->pendingLines() == 0) ||
             clock.elapsed() > 120000)
             loop.quit();
     });
@@ -104,7 +104,7 @@ int main(int argc, char **argv)
     heartbeat.stop();
     const double seconds = static_cast<double>(clock.elapsed()) / 1000.0;
 
-    LiveOutputView &view = *vc.watch().liveView();
+    LiveOutputView &view = *mainWindow.watch().liveView();
     const int lines = view.document()->blockCount();
     const qint64 before = heapInUse();
     view.clearOutput();

@@ -6,7 +6,7 @@
 // A pane whose cost grows with its length shows up there long before the
 // total misses.
 
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -67,9 +67,9 @@ int main(int argc, char **argv)
         ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
     QApplication app(argc, argv);
 
-    ViewController vc;
-    vc.show();
-    QPlainTextEdit *pane = vc.ui.rightScrollView;
+    MainWindow mainWindow;
+    mainWindow.show();
+    QPlainTextEdit *pane = mainWindow.ui.transcript;
     QElapsedTimer settle;
     settle.start();
     while (!pane->toPlainText().contains(QStringLiteral("Looks like preferences")) &&
@@ -85,7 +85,7 @@ int main(int argc, char **argv)
         QElapsedTimer t;
         t.start();
         for (int i = b * kBatch; i < (b + 1) * kBatch; ++i)
-            vc.engine.showMessage(false, message(i));
+            mainWindow.engine.showMessage(false, message(i));
         drainUntil(pane, 1 + (b + 1) * kBatch);
         batchNs << t.nsecsElapsed();
     }
@@ -103,9 +103,9 @@ int main(int argc, char **argv)
     pane->clear();
     QElapsedTimer fromPool;
     fromPool.start();
-    QThreadPool::globalInstance()->start([&vc] {
+    QThreadPool::globalInstance()->start([&mainWindow] {
         for (int i = 0; i < kTotal; ++i)
-            vc.engine.showMessage(false, message(i));
+            mainWindow.engine.showMessage(false, message(i));
     });
     drainUntil(pane, kTotal + 1);
     const double fromPoolS = static_cast<double>(fromPool.nsecsElapsed()) / 1e9;

@@ -16,7 +16,7 @@
 #include "tools/ProcessRunner.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QDir>
@@ -113,15 +113,15 @@ bool runUntil(const std::function<bool()> &done, int limitMs)
     return done();
 }
 
-bool paneShows(ViewController &vc, const QString &text)
+bool paneShows(MainWindow &mainWindow, const QString &text)
 {
-    return vc.ui.rightScrollView->toPlainText().contains(text);
+    return mainWindow.ui.transcript->toPlainText().contains(text);
 }
 
-bool idle(ViewController &vc)
+bool idle(MainWindow &mainWindow)
 {
-    return QThreadPool::globalInstance()->activeThreadCount() == 0 && vc.ui.btnScan->isEnabled() &&
-           vc.ui.tableView->isEnabled();
+    return QThreadPool::globalInstance()->activeThreadCount() == 0 && mainWindow.ui.scanButton->isEnabled() &&
+           mainWindow.ui.tableView->isEnabled();
 }
 
 // One measured operation. `prepare` brings the window into the state the
@@ -131,28 +131,30 @@ struct Scenario
 {
     QString figure;
     QString description;
-    std::function<bool(ViewController &)> prepare;
-    std::function<void(ViewController &)> start;
-    std::function<bool(ViewController &)> finished;
+    std::function<bool(MainWindow &)> prepare;
+    std::function<void(MainWindow &)> start;
+    std::function<bool(MainWindow &)> finished;
 };
 
 void answerEverything();
 
-bool mountSelected(ViewController &vc)
+bool mountSelected(MainWindow &mainWindow)
 {
-    vc.ui.rightScrollView->clear();
+    mainWindow.ui.transcript->clear();
     answerEverything();
-    vc.engine.perform(Action::Mount);
-    return runUntil([&] { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); },
-                    kScenarioLimitMs);
+    mainWindow.engine.perform(Action::Mount);
+    return runUntil(
+        [&] { return paneShows(mainWindow, QStringLiteral("Mount Complete")) && idle(mainWindow); },
+        kScenarioLimitMs);
 }
 
-bool selectFirstDrive(ViewController &vc)
+bool selectFirstDrive(MainWindow &mainWindow)
 {
-    if (!runUntil([&] { return vc.ui.tableView->model()->rowCount() > 0 && idle(vc); }, kScenarioLimitMs))
+    if (!runUntil([&] { return mainWindow.ui.tableView->model()->rowCount() > 0 && idle(mainWindow); },
+                  kScenarioLimitMs))
         return false;
-    vc.ui.tableView->selectRow(0);
-    return runUntil([&] { return vc.engine.selectedDrive() != nullptr; }, 2000);
+    mainWindow.ui.tableView->selectRow(0);
+    return runUntil([&] { return mainWindow.engine.selectedDrive() != nullptr; }, 2000);
 }
 
 // Answers the format's questions at once, as an operator who names the
@@ -194,7 +196,7 @@ void answerEverything()
 class StopPresser
 {
 public:
-    explicit StopPresser(ViewController &vc) : m_vc(vc)
+    explicit StopPresser(MainWindow &mainWindow) : m_window(mainWindow)
     {
         m_timer.setInterval(20);
         QObject::connect(&m_timer, &QTimer::timeout, [this] { check(); });
@@ -204,8 +206,8 @@ public:
 private:
     void check()
     {
-        const bool hung =
-            m_vc.engine.isWaitingResponsive() && children::liveCount() > 0 && m_vc.ui.btnStop->isVisible();
+        const bool hung = m_window.engine.isWaitingResponsive() && children::liveCount() > 0 &&
+                          m_window.ui.stopButton->isVisible();
         if (!hung) {
             m_hungSince.invalidate();
             return;
@@ -217,11 +219,11 @@ private:
         m_timer.stop();
         const QString dir = qEnvironmentVariable("TAPEDESK_SCREENSHOT_DIR");
         if (!dir.isEmpty())
-            m_vc.grab().save(dir + QStringLiteral("/stop-during-hang.png"));
-        QTest::mouseClick(m_vc.ui.btnStop, Qt::LeftButton);
+            m_window.grab().save(dir + QStringLiteral("/stop-during-hang.png"));
+        QTest::mouseClick(m_window.ui.stopButton, Qt::LeftButton);
     }
 
-    ViewController &m_vc;
+    MainWindow &m_window;
     QTimer m_timer;
     QElapsedTimer m_hungSince;
 };
@@ -235,44 +237,46 @@ std::unique_ptr<StopPresser> stopPresser;
 QList<Scenario> scenarios()
 {
     return {
-        Scenario{
-            QStringLiteral("mount_max_gui_gap"),
-            QStringLiteral("mount of tape0 (load, barcode read, ltfs) from the background"),
-            [](ViewController &vc) {
-                qunsetenv("TAPESIM_UNMOUNT_DELAY");
-                return selectFirstDrive(vc) && !vc.engine.selectedDrive()->mounted();
-            },
-            [](ViewController &vc) {
-                vc.ui.rightScrollView->clear();
-                answerEverything();
-                vc.engine.perform(Action::Mount);
-            },
-            [](ViewController &vc) { return paneShows(vc, QStringLiteral("Mount Complete")) && idle(vc); }},
-        Scenario{
-            QStringLiteral("unmount_max_gui_gap"),
-            QStringLiteral("slow unmount of tape0 (umount, then 3 s polls of the mount table)"),
-            [](ViewController &vc) {
-                if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
-                    return false;
-                if (!vc.engine.selectedDrive()->mounted() && !mountSelected(vc))
-                    return false;
-                // The volume stays listed 4 s after umount, so the first poll waits.
-                qputenv("TAPESIM_UNMOUNT_DELAY", "4");
-                return true;
-            },
-            [](ViewController &vc) {
-                vc.ui.rightScrollView->clear();
-                vc.engine.perform(Action::Mount);
-            },
-            [](ViewController &vc) { return paneShows(vc, QStringLiteral("End unMountDrive")) && idle(vc); }},
+        Scenario{QStringLiteral("mount_max_gui_gap"),
+                 QStringLiteral("mount of tape0 (load, barcode read, ltfs) from the background"),
+                 [](MainWindow &mainWindow) {
+                     qunsetenv("TAPESIM_UNMOUNT_DELAY");
+                     return selectFirstDrive(mainWindow) && !mainWindow.engine.selectedDrive()->mounted();
+                 },
+                 [](MainWindow &mainWindow) {
+                     mainWindow.ui.transcript->clear();
+                     answerEverything();
+                     mainWindow.engine.perform(Action::Mount);
+                 },
+                 [](MainWindow &mainWindow) {
+                     return paneShows(mainWindow, QStringLiteral("Mount Complete")) && idle(mainWindow);
+                 }},
+        Scenario{QStringLiteral("unmount_max_gui_gap"),
+                 QStringLiteral("slow unmount of tape0 (umount, then 3 s polls of the mount table)"),
+                 [](MainWindow &mainWindow) {
+                     if (!mainWindow.engine.selectedDrive() && !selectFirstDrive(mainWindow))
+                         return false;
+                     if (!mainWindow.engine.selectedDrive()->mounted() && !mountSelected(mainWindow))
+                         return false;
+                     // The volume stays listed 4 s after umount, so the first poll waits.
+                     qputenv("TAPESIM_UNMOUNT_DELAY", "4");
+                     return true;
+                 },
+                 [](MainWindow &mainWindow) {
+                     mainWindow.ui.transcript->clear();
+                     mainWindow.engine.perform(Action::Mount);
+                 },
+                 [](MainWindow &mainWindow) {
+                     return paneShows(mainWindow, QStringLiteral("End unMountDrive")) && idle(mainWindow);
+                 }},
         Scenario{QStringLiteral("reformat_max_gui_gap"),
                  QStringLiteral(
                      "format of tape0's formatted cartridge: mkltfs refuses, the forced mkltfs runs on the "
                      "GUI thread's turn at TAPESIM_SPEED=0.5, then the eject"),
-                 [](ViewController &vc) {
-                     if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
+                 [](MainWindow &mainWindow) {
+                     if (!mainWindow.engine.selectedDrive() && !selectFirstDrive(mainWindow))
                          return false;
-                     if (vc.engine.selectedDrive()->mounted())
+                     if (mainWindow.engine.selectedDrive()->mounted())
                          return false;
                      formatEjectAnswered = false;
                      setDialogProvider(std::make_unique<FormatAnswers>(&formatEjectAnswered));
@@ -280,33 +284,34 @@ QList<Scenario> scenarios()
                      qputenv("TAPESIM_SPEED", "0.5");
                      return true;
                  },
-                 [](ViewController &vc) {
-                     vc.ui.rightScrollView->clear();
-                     vc.btnFormat(vc.ui.btnFormat);
+                 [](MainWindow &mainWindow) {
+                     mainWindow.ui.transcript->clear();
+                     mainWindow.format();
                  },
-                 [](ViewController &vc) {
-                     return formatEjectAnswered && paneShows(vc, QStringLiteral("Tape Format Complete")) &&
-                            idle(vc);
+                 [](MainWindow &mainWindow) {
+                     return formatEjectAnswered &&
+                            paneShows(mainWindow, QStringLiteral("Tape Format Complete")) && idle(mainWindow);
                  }},
         Scenario{QStringLiteral("stop_max_gui_gap"),
                  QStringLiteral("unmount of tape0 whose umount hangs on the GUI thread's turn; Stop clicked "
                                 "after 0.3 s of the hang"),
-                 [](ViewController &vc) {
+                 [](MainWindow &mainWindow) {
                      qputenv("TAPESIM_SPEED", "0.2");
-                     if (!vc.engine.selectedDrive() && !selectFirstDrive(vc))
+                     if (!mainWindow.engine.selectedDrive() && !selectFirstDrive(mainWindow))
                          return false;
-                     if (!vc.engine.selectedDrive()->mounted() && !mountSelected(vc))
+                     if (!mainWindow.engine.selectedDrive()->mounted() && !mountSelected(mainWindow))
                          return false;
                      qputenv("TAPESIM_FAIL", "tape0:umount=hang");
                      return true;
                  },
-                 [](ViewController &vc) {
-                     vc.ui.rightScrollView->clear();
-                     stopPresser = std::make_unique<StopPresser>(vc);
-                     vc.ui.btnMount->click();
+                 [](MainWindow &mainWindow) {
+                     mainWindow.ui.transcript->clear();
+                     stopPresser = std::make_unique<StopPresser>(mainWindow);
+                     mainWindow.ui.mountButton->click();
                  },
-                 [](ViewController &vc) {
-                     return paneShows(vc, QStringLiteral("Stopped by the operator")) && idle(vc);
+                 [](MainWindow &mainWindow) {
+                     return paneShows(mainWindow, QStringLiteral("Stopped by the operator")) &&
+                            idle(mainWindow);
                  }},
     };
 }
@@ -364,8 +369,8 @@ int main(int argc, char **argv)
     app.setApplicationName(QStringLiteral("TapeDeskBench"));
     usePaths(home.path());
 
-    ViewController vc;
-    vc.show(); // validates the paths and scans, as at start-up
+    MainWindow mainWindow;
+    mainWindow.show(); // validates the paths and scans, as at start-up
 
     struct Figure
     {
@@ -376,7 +381,7 @@ int main(int argc, char **argv)
     bool allRan = true;
     Heartbeat heartbeat;
     for (const Scenario &s : scenarios()) {
-        if (!s.prepare(vc)) {
+        if (!s.prepare(mainWindow)) {
             std::printf("bench: %s could not be prepared\n", qPrintable(s.figure));
             std::fflush(stdout);
             figures << Figure{s.figure};
@@ -384,8 +389,8 @@ int main(int argc, char **argv)
             continue;
         }
         heartbeat.start();
-        s.start(vc);
-        const bool finished = runUntil([&] { return s.finished(vc); }, kScenarioLimitMs);
+        s.start(mainWindow);
+        const bool finished = runUntil([&] { return s.finished(mainWindow); }, kScenarioLimitMs);
         heartbeat.stop();
         std::printf("bench: %s: %s; %d heartbeats over %.2f s, longest gap ended at %.2f s%s\n",
                     qPrintable(s.figure), qPrintable(s.description), heartbeat.beats(), heartbeat.elapsedS(),

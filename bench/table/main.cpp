@@ -9,7 +9,7 @@
 #include "drives/Drive.h"
 #include "support/Support.h"
 #include "ui/DriveTableModel.h"
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -137,31 +137,35 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
 
     auto quiet = std::make_unique<QuietStdout>();
-    ViewController vc;
-    vc.show();
-    waitFor([&] { return vc.ui.rightScrollView->toPlainText().contains(QStringLiteral("Looks like")); },
+    MainWindow mainWindow;
+    mainWindow.show();
+    waitFor([&] { return mainWindow.ui.transcript->toPlainText().contains(QStringLiteral("Looks like")); },
             10000);
     waitFor([] { return false; }, 300); // let start-up painting settle
     const QString report = scanReport();
     const double before = residentMB();
 
-    PaintWatch watch(vc.driveModel());
-    vc.ui.tableView->viewport()->installEventFilter(&watch);
+    PaintWatch watch(mainWindow.driveModel());
+    mainWindow.ui.tableView->viewport()->installEventFilter(&watch);
     QElapsedTimer t;
     t.start();
     driveList.clear();
     Support().parseDriveTextToDrive(report);
     const qint64 parsedNs = t.nsecsElapsed();
-    vc.engine.refreshDriveTable();
+    mainWindow.engine.refreshDriveTable();
     const bool painted = waitFor([&] { return watch.painted; }, 10000);
     const double elapsedMs = static_cast<double>(t.nsecsElapsed()) / 1e6;
     const double after = residentMB();
 
     quiet.reset();
-    if (!painted || vc.driveModel()->rowCount() != kDrives ||
-        vc.driveModel()->index(kDrives - 1, 0).data(DriveTableModel::LinesRole).toStringList().constFirst() !=
-            QStringLiteral("Drive%1 (tape%2)").arg(kDrives).arg(kDrives - 1)) {
-        std::printf("table not listed: %d rows, painted %d\n", vc.driveModel()->rowCount(), painted ? 1 : 0);
+    if (!painted || mainWindow.driveModel()->rowCount() != kDrives ||
+        mainWindow.driveModel()
+                ->index(kDrives - 1, 0)
+                .data(DriveTableModel::LinesRole)
+                .toStringList()
+                .constFirst() != QStringLiteral("Drive%1 (tape%2)").arg(kDrives).arg(kDrives - 1)) {
+        std::printf("table not listed: %d rows, painted %d\n", mainWindow.driveModel()->rowCount(),
+                    painted ? 1 : 0);
         return 1;
     }
 

@@ -3,11 +3,11 @@
 // checks nothing but that each picture could be taken. scripts/screenshots
 // builds it and runs it on a virtual display.
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/PreferencesWindowController.h"
-#include "app/AppDelegate.h"
-#include "app/Help_ViewController.h"
-#include "app/WindowController.h"
+#include "Preferences/PreferencesWindow.h"
+#include "Preferences/ToolPathsPage.h"
+#include "app/Application.h"
+#include "app/ContentWindow.h"
+#include "app/HelpView.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
 #include "support/EngineHarness.h"
@@ -16,8 +16,8 @@
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
+#include "ui/MainWindow.h"
 #include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
 #include "ui/VolumeDetailsView.h"
 
 #include <QLabel>
@@ -47,18 +47,18 @@ private Q_SLOTS:
             QTest::qWait(settleMs); // the help window renders its pages in the background
             QVERIFY(window->grab().save(dir + QLatin1String(file)));
         };
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showPreferences();
-        delegate.preferencesController->pathsPane()->ui.btnSave->click();
-        shoot(delegate.preferencesController.get(), 500, "/preferences-window.png");
-        delegate.showHelp();
-        delegate.helpController->resize(900, 860);
-        qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController())
+        Application application;
+        application.applyLook();
+        application.showPreferences();
+        application.preferencesWindow->pathsPage()->ui.saveButton->click();
+        shoot(application.preferencesWindow.get(), 500, "/preferences-window.png");
+        application.showHelp();
+        application.helpWindow->resize(900, 860);
+        qobject_cast<HelpView *>(application.helpWindow->content())
             ->pdfView()
             ->pageNavigator()
             ->jump(1, QPointF());
-        shoot(delegate.helpController.get(), 2500, "/help-window.png");
+        shoot(application.helpWindow.get(), 2500, "/help-window.png");
 
         // The first start on a host without the tools: the message, and the
         // preferences window that opened by itself over the main window. An
@@ -69,18 +69,17 @@ private Q_SLOTS:
         qputenv("PATH", "/usr/bin:/bin");
         SettingsStore::removeKeys(
             {PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs, PreferenceKeys::output});
-        ViewController window;
-        AppDelegate first;
-        first.applicationDidFinishLaunching();
+        MainWindow window;
+        Application first;
+        first.applyLook();
         first.attachMainWindow(window);
-        window.viewDidLoad({QStringLiteral("tapedesk")});
+        applyLaunchArguments({QStringLiteral("tapedesk")});
         window.show();
-        QVERIFY(waitUntil(
-            [&] { return first.preferencesController && first.preferencesController->isVisible(); }));
-        QVERIFY(QTest::qWaitForWindowExposed(first.preferencesController.get()));
+        QVERIFY(waitUntil([&] { return first.preferencesWindow && first.preferencesWindow->isVisible(); }));
+        QVERIFY(QTest::qWaitForWindowExposed(first.preferencesWindow.get()));
         QTest::qWait(500);
         QPixmap shot = window.grab();
-        const QPixmap preferences = first.preferencesController->grab();
+        const QPixmap preferences = first.preferencesWindow->grab();
         {
             QPainter painter(&shot);
             // Below the message, which is what the operator reads first.
@@ -111,11 +110,11 @@ private Q_SLOTS:
         mounted.serialNumber = QStringLiteral("1013000156");
         mounted.mounted = true;
         DriveStateStore::saveDriveInfo(*makeDrive(mounted));
-        ViewController tape;
-        tape.viewDidLoad({QStringLiteral("tapedesk")});
+        MainWindow tape;
+        applyLaunchArguments({QStringLiteral("tapedesk")});
         tape.show();
         QVERIFY(waitForPane(tape, QStringLiteral("Scan Complete")) && waitForIdle(tape));
-        // The record TapeDesk kept of its mount: the card that reads mounted.
+        // The drive TapeDesk mounted: its one card reads mounted.
         const QList<DrivePtr> cards = tape.driveModel()->drives();
         for (int row = 0; row < cards.size(); ++row) {
             if (cards[row]->mounted() && cards[row]->id() == QStringLiteral("tape56"))
@@ -129,14 +128,14 @@ private Q_SLOTS:
         // A long format under way on a blank cartridge: the tool's output
         // live in its tab and the clock beside the progress.
         freshCase("[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n");
-        ViewController formatting;
+        MainWindow formatting;
         formatting.show();
         QVERIFY(waitUntil([&] { return formatting.engine.lastOperation().ended; }));
         qputenv("TAPESIM_SPEED", "6");
         test::selectDrive(formatting, QStringLiteral("tape44"), QStringLiteral("44")); // blank
         QStringList asked;
         answerWith({QStringLiteral("0"), QStringLiteral("ARCH44"), QStringLiteral("0")}, &asked);
-        formatting.btnFormat(formatting.ui.btnFormat);
+        formatting.format();
         formatting.ui.paneTabs->setCurrentIndex(1);
         QVERIFY(waitUntil(
             [&] { return formatting.watch().elapsedLabel()->text().endsWith(QStringLiteral("00:03")); },

@@ -1,8 +1,9 @@
-#include "app/AppDelegate.h"
+#include "app/Application.h"
 #include "app/FirstFrame.h"
 #include "app/SignalHandling.h"
 #include "tools/ProcessRunner.h"
-#include "ui/ViewController.h"
+#include "tools/ToolPaths.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QMenuBar>
@@ -17,17 +18,15 @@ int main(int argc, char *argv[])
     app.setDesktopFileName(QStringLiteral("com.corvel.tapedesk"));
     tapedesk::installQuitOnSignals();
 
-    tapedesk::AppDelegate delegate;
-    delegate.applicationDidFinishLaunching();
+    tapedesk::Application application;
+    application.applyLook();
     // A tool that hangs must not outlive the application.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, [] { tapedesk::children::killAll(); });
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
-                     [&delegate] { delegate.applicationWillTerminate(); });
 
-    tapedesk::ViewController window;
+    tapedesk::MainWindow window;
     tapedesk::reportFirstFrame(window.centralWidget());
-    delegate.attachMainWindow(window);
-    window.viewDidLoad(app.arguments());
+    application.attachMainWindow(window);
+    tapedesk::applyLaunchArguments(QApplication::arguments());
     window.show();
     return QApplication::exec();
 }

@@ -2,6 +2,7 @@
 
 #include "tools/SettingsStore.h"
 
+#include <algorithm>
 #include <mutex>
 
 namespace tapedesk {
@@ -18,6 +19,17 @@ std::mutex &storeLock()
 }
 
 enum Suffix { Name, Id, Info1, Info2, Info3, Address, BarCode };
+
+// What the scan says of the drive now wins, an empty field too; the record
+// adds what a scan never reads: the cartridge's barcodes, read at the mount.
+void rememberedOn(Drive &listed, const DriveRecord &remembered)
+{
+    listed.update([&](DriveRecord &r) {
+        r.barcode = remembered.barcode;
+        r.tapeSerial = remembered.tapeSerial;
+        r.mounted = true;
+    });
+}
 } // namespace
 
 QStringList keySuffixes()
@@ -70,12 +82,24 @@ void loadMountedDrives(DriveList &target)
     std::lock_guard lock(storeLock());
     const QStringList serials = SettingsStore::textList(kMountedDrivesKey).value_or(QStringList{});
     mountedDrives.set(serials);
+    QList<DrivePtr> listed = target.snapshot();
     for (const QString &serial : serials) {
         DrivePtr drive = loadDriveInfo(serial);
         if (!drive)
             continue;
+        // The serial number is the drive's own, where the id is only where
+        // this boot found it. A drive both scanned and remembered, or
+        // remembered twice (every mount adds it to the list), is one card.
+        const auto same = std::find_if(listed.cbegin(), listed.cend(), [&](const DrivePtr &d) {
+            return !serial.isEmpty() && d->serialNumber() == serial;
+        });
+        if (same != listed.cend()) {
+            rememberedOn(**same, drive->record());
+            continue;
+        }
         drive->setMounted(true);
         target.append(drive);
+        listed.append(drive);
     }
 }
 

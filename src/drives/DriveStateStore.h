@@ -26,6 +26,9 @@ void saveDriveInfo(const Drive &drive);
 // nullptr when a per-drive key is missing or not text (a record written back
 // by a mount after the clear button, or a store edited by hand).
 DrivePtr loadDriveInfo(const QString &serialNumber);
+// Adds the remembered drives to the scanned ones in `target`. A drive the scan
+// listed under the same serial number stays, marked mounted and given what
+// only the record knows; the others are appended, mounted, once each.
 void loadMountedDrives(DriveList &target);
 void resetMountedDrives();
 void removeMountedDrive(const QString &serialNumber);

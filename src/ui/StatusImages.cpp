@@ -113,4 +113,17 @@ QIcon icon(int status)
     return *it;
 }
 
+QIcon stopIcon(const QColor &colour)
+{
+    QPixmap square(16, 16);
+    square.fill(Qt::transparent);
+    QPainter painter(&square);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawRoundedRect(QRectF(3, 3, 10, 10), 1.5, 1.5);
+    painter.end();
+    return QIcon(square);
+}
+
 } // namespace tapedesk::StatusImages

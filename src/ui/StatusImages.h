@@ -14,6 +14,9 @@ QIcon icon(int status);
 // The image in words, for a screen reader: "Complete", "Failed",
 // "In Progress", "Ready", or empty where there is no image.
 QString spokenName(int status);
+// The stop square of media controls in the caption's own colour: no status
+// colour, since Stop has no outcome of its own. Qt greys it when disabled.
+QIcon stopIcon(const QColor &colour);
 } // namespace StatusImages
 
 } // namespace tapedesk

@@ -3,23 +3,23 @@
 // program quit while a tool hangs, and a settings store that cannot be read or
 // written.
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/PreferencesWindowController.h"
-#include "app/AppDelegate.h"
-#include "app/Eula_ViewController.h"
-#include "app/Help_ViewController.h"
-#include "app/WindowController.h"
+#include "Preferences/PreferencesWindow.h"
+#include "Preferences/ToolPathsPage.h"
+#include "app/Application.h"
+#include "app/ContentWindow.h"
+#include "app/HelpView.h"
+#include "app/LicenceView.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
-#include "support//EngineHarness.h"
+#include "support/EngineHarness.h"
 #include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveTableModel.h"
+#include "ui/MainWindow.h"
 #include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
 #include "ui/VolumeDetailsView.h"
 
 #include <QLabel>
@@ -99,10 +99,10 @@ private Q_SLOTS:
     void menusReachEachWindowOnce()
     {
         SettingsStore::remove(EULA_AGREED_KEY);
-        ViewController window;
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.attachMainWindow(window);
+        MainWindow window;
+        Application application;
+        application.applyLook();
+        application.attachMainWindow(window);
 
         QStringList titles;
         for (QAction *top : window.menuBar()->actions()) {
@@ -114,11 +114,11 @@ private Q_SLOTS:
                                       "Why Is My Drive Missing?", "Licence Agreement"}));
         // Each window is made once and comes back when asked again.
         for (int twice = 0; twice < 2; ++twice) {
-            for (QAction *a : {delegate.actionPreferences, delegate.actionHelp, delegate.actionAccount,
-                               delegate.actionLicence})
+            for (QAction *a : {application.actionPreferences, application.actionHelp,
+                               application.actionAccount, application.actionLicence})
                 a->trigger();
             const QWidgetList all = QApplication::topLevelWidgets();
-            for (const char *name : {"Preferences", "HELP_WC", "ACCOUNT_WC", "EULA_WC"}) {
+            for (const char *name : {"Preferences", "HelpWindow", "AccountWindow", "LicenceWindow"}) {
                 const auto named = [&](QWidget *w) { return w->objectName() == QLatin1String(name); };
                 QCOMPARE(std::count_if(all.cbegin(), all.cend(), named), 1);
                 QWidget *w = *std::find_if(all.cbegin(), all.cend(), named);
@@ -126,7 +126,7 @@ private Q_SLOTS:
                 w->close();
             }
         }
-        auto *help = qobject_cast<Help_ViewController *>(delegate.helpController->contentViewController());
+        auto *help = qobject_cast<HelpView *>(application.helpWindow->content());
         QVERIFY(help->document()->pageCount() >= 8); // the manual compiled in
         QCOMPARE(SettingsStore::boolean(EULA_AGREED_KEY), std::optional<bool>(true)); // the licence was shown
     }
@@ -174,31 +174,32 @@ private Q_SLOTS:
             QStringLiteral("Could not save settings to %1 - check that its folder can be written to.")
                 .arg(file);
         {
-            ViewController vc;
-            vc.viewDidLoad({QStringLiteral("tapedesk")});
-            vc.show();
-            QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-            QCOMPARE(vc.ui.tableView->model()->rowCount(), 2); // the remembered drive was read
-            vc.ui.tableView->selectRow(0);
-            QVERIFY(waitForPane(vc, QStringLiteral("tape61 Selected")));
+            MainWindow mainWindow;
+            applyLaunchArguments({QStringLiteral("tapedesk")});
+            mainWindow.show();
+            QVERIFY(waitForPane(mainWindow, QStringLiteral("Scan Complete")) && waitForIdle(mainWindow));
+            QCOMPARE(mainWindow.ui.tableView->model()->rowCount(), 2); // the remembered drive was read
+            mainWindow.ui.tableView->selectRow(0);
+            QVERIFY(waitForPane(mainWindow, QStringLiteral("tape61 Selected")));
             DialogScript script;
             script.press(QStringLiteral("Ok"));
-            vc.ui.btnMount->click();
-            QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
-            QVERIFY(paneText(vc).contains(cannotSave));
-            QCOMPARE(vc.ui.lblMount->text(), QStringLiteral("UNMOUNT"));
+            mainWindow.ui.mountButton->click();
+            QVERIFY(waitForPane(mainWindow, QStringLiteral("Mount Complete")) && waitForIdle(mainWindow));
+            QVERIFY(paneText(mainWindow).contains(cannotSave));
+            QCOMPARE(mainWindow.ui.mountLabel->text(), QStringLiteral("UNMOUNT"));
             // A failed write takes nothing from what is read.
             QVERIFY(Support().preferencesValid());
 
-            vc.ui.rightScrollView->clear();
-            vc.ui.btnClearPreferences->click();
-            QVERIFY(waitForPane(vc, QStringLiteral("Mounted drives reset")));
-            QCOMPARE(paneText(vc), QLatin1Char('\n') + cannotSave + QStringLiteral("\nMounted drives reset"));
+            mainWindow.ui.transcript->clear();
+            mainWindow.ui.clearMountedDrivesButton->click();
+            QVERIFY(waitForPane(mainWindow, QStringLiteral("Mounted drives reset")));
+            QCOMPARE(paneText(mainWindow),
+                     QLatin1Char('\n') + cannotSave + QStringLiteral("\nMounted drives reset"));
         }
-        PreferencesWindowController preferences;
-        preferences.showWindow();
-        preferences.pathsPane()->ui.btnSave->click();
-        QCOMPARE(preferences.pathsPane()->lblStatus->text(),
+        PreferencesWindow preferences;
+        preferences.showAndRaise();
+        preferences.pathsPage()->ui.saveButton->click();
+        QCOMPARE(preferences.pathsPage()->statusLabel->text(),
                  QStringLiteral("Preferences could not be saved to %1 - they apply until TapeDesk quits.")
                      .arg(file));
         QCOMPARE(readFile(file), before);

@@ -15,15 +15,23 @@ using namespace tapedesk::test;
 
 namespace {
 
-// A drive as a scan lists it and a mount records it, the fields that are
-// never stored filled too.
-DriveRecord mountedTape(const QString &serial)
+// A drive as a scan listed it when a mount recorded it.
+DriveRecord mountedAs(const QString &scanLine)
 {
-    DriveRecord r = getSingleDrive(QStringLiteral("#0 tape%1 - [HH8]-[F1A2] S/N:%1 x").arg(serial))->record();
+    DriveList scanned;
+    parseDriveTextToDrive(scanLine, scanned);
+    DriveRecord r = scanned.snapshot().constFirst()->record();
     r.barcode = QStringLiteral("ABC123");
     r.tapeSerial = QStringLiteral("ABC123L8");
-    r.info4 = r.label = r.textData = QStringLiteral("never stored");
     r.mounted = true;
+    return r;
+}
+
+// The same, the fields that are never stored filled too.
+DriveRecord mountedTape(const QString &serial)
+{
+    DriveRecord r = mountedAs(QStringLiteral("#0 tape%1 - [HH8]-[F1A2] S/N:%1 x").arg(serial));
+    r.info4 = r.label = r.textData = QStringLiteral("never stored");
     return r;
 }
 
@@ -65,12 +73,16 @@ private Q_SLOTS:
         mountedDrives.set({});
     }
 
+    // What a scan lists: the report's drives, then the ones this system
+    // mounted (`remembered`, as the scan listed each when it was mounted).
     void scanReports_data()
     {
         QTest::addColumn<QString>("report");
+        QTest::addColumn<QStringList>("remembered");
         QTest::addColumn<QStringList>("expected");
-        const auto row = [](const char *tag, const QString &line, const QStringList &expected) {
-            QTest::newRow(tag) << line << expected;
+        const auto row = [](const char *tag, const QString &line, const QStringList &expected,
+                            const QStringList &remembered = {}) {
+            QTest::newRow(tag) << line << remembered << expected;
         };
         row("itdt's own ids and a device path",
             QStringLiteral(
@@ -95,19 +107,49 @@ private Q_SLOTS:
         row("carriage return in the last token", QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:55\r\n"),
             {"tape0|0|Corvel LTO8 HH|S/N:55\r|F1A2|55\r"});
         row("four tokens", QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2]"), {"|||||"});
+
+        const QString tape0 = QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:1234567890 H1-B0-T0-L0");
+        const QString tape1 = QStringLiteral("#1 tape1 - [ULTRIUM-TD9]-[N1K0] S/N:1097000123 H1-B0-T1-L0");
+        const char *scanned0 = "tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890";
+        const char *mounted0 =
+            "tape0|0|Corvel LTO8 HH|S/N:1234567890|F1A2|1234567890 mounted ABC123L8 ABC123";
+        const char *scanned1 = "tape1|1|Corvel TD9|S/N:1097000123|N1K0|1097000123";
+        const char *mounted1 = "tape1|1|Corvel TD9|S/N:1097000123|N1K0|1097000123 mounted ABC123L8 ABC123";
+        // The firmware was updated since the mount: the scan's word wins.
+        row("mounted and scanned: one drive, the scan's", tape0, {mounted0},
+            {QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[E0A1] S/N:1234567890 H1-B0-T0-L0")});
+        row("mounted, not scanned: after the scanned ones", tape1, {scanned1, mounted0}, {tape0});
+        row("two scanned, one of them mounted", tape0 + QLatin1Char('\n') + tape1, {scanned0, mounted1},
+            {tape1});
+        row("mounted under another id: the scan's id", tape0, {mounted0},
+            {QStringLiteral("#3 tape3 - [ULTRIUM-HH8]-[F1A2] S/N:1234567890 H1-B0-T3-L0")});
+        row("another drive under the same id: two", tape0,
+            {scanned0, "tape0|0|Corvel LTO8 HH|S/N:77|F1A2|77 mounted ABC123L8 ABC123"},
+            {QStringLiteral("#0 tape0 - [ULTRIUM-HH8]-[F1A2] S/N:77 H1-B0-T0-L0")});
+        // Every mount adds the serial number to the list, and an unmount
+        // takes one away.
+        row("mounted twice, scanned: one", tape0, {mounted0}, {tape0, tape0});
+        row("mounted twice, not scanned: one", QString(), {mounted1}, {tape1, tape1});
     }
 
     void scanReports()
     {
         QFETCH(QString, report);
+        QFETCH(QStringList, remembered);
         QFETCH(QStringList, expected);
+        for (const QString &line : remembered)
+            save(mountedAs(line));
         DriveList list;
         parseDriveTextToDrive(report, list);
+        DriveStateStore::loadMountedDrives(list);
         QStringList seen;
         for (const DrivePtr &d : list.snapshot()) {
             const DriveRecord r = d->record();
-            seen << QStringList{r.id, r.name, r.info1, r.info2, r.info3, r.serialNumber}.join(
-                QLatin1Char('|'));
+            QString shown =
+                QStringList{r.id, r.name, r.info1, r.info2, r.info3, r.serialNumber}.join(QLatin1Char('|'));
+            if (r.mounted)
+                shown += QStringLiteral(" mounted %1 %2").arg(r.tapeSerial, r.barcode);
+            seen << shown;
             QCOMPARE(ltfsDevice(r), r.id.startsWith(QLatin1Char('/')) ? r.id : r.name);
         }
         QCOMPARE(seen, expected);

@@ -1,9 +1,11 @@
 #include "support/WindowHarness.h"
 
+#include "Preferences/ToolPathsPage.h"
 #include "drives/Drive.h"
 #include "drives/DriveStateStore.h"
 #include "tools/SettingsStore.h"
-#include "ui/ViewController.h"
+#include "tools/ToolPaths.h"
+#include "ui/MainWindow.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -148,23 +150,23 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
     return true;
 }
 
-QString paneText(ViewController &vc)
+QString paneText(MainWindow &mainWindow)
 {
-    return vc.ui.rightScrollView->toPlainText();
+    return mainWindow.ui.transcript->toPlainText();
 }
 
-bool waitForPane(ViewController &vc, const QString &text, int timeoutMs)
+bool waitForPane(MainWindow &mainWindow, const QString &text, int timeoutMs)
 {
-    return waitUntil([&] { return paneText(vc).contains(text); }, timeoutMs);
+    return waitUntil([&] { return paneText(mainWindow).contains(text); }, timeoutMs);
 }
 
-bool waitForIdle(ViewController &vc, int timeoutMs)
+bool waitForIdle(MainWindow &mainWindow, int timeoutMs)
 {
     return waitUntil(
         [&] {
             QCoreApplication::processEvents();
-            return !vc.ui.progressIndicator->isVisible() && vc.ui.btnScan->isEnabled() &&
-                   vc.ui.tableView->isEnabled();
+            return !mainWindow.ui.progressBar->isVisible() && mainWindow.ui.scanButton->isEnabled() &&
+                   mainWindow.ui.tableView->isEnabled();
         },
         timeoutMs);
 }
@@ -189,12 +191,44 @@ QString simLogPath()
     return TestHome::path() + QStringLiteral("/sim.log");
 }
 
-void selectDrive(ViewController &vc, const QString &id, const QString &name)
+void selectDrive(MainWindow &mainWindow, const QString &id, const QString &name)
 {
     DriveRecord record;
     record.id = id;
     record.name = name;
-    vc.engine.selectDrive(makeDrive(record));
+    mainWindow.engine.selectDrive(makeDrive(record));
+}
+
+QString accessibleText(QObject *object, QAccessible::Text text)
+{
+    QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
+    return iface ? iface->text(text) : QStringLiteral("<no interface>");
+}
+
+namespace {
+const QStringList kPathKeys{PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
+                            PreferenceKeys::output};
+} // namespace
+
+void forgetPaths()
+{
+    SettingsStore::removeKeys(kPathKeys);
+    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
+        p->set(std::nullopt);
+}
+
+QStringList storedPaths()
+{
+    QStringList out;
+    for (const QString &k : kPathKeys)
+        out << SettingsStore::text(k).value_or(QStringLiteral("<absent>"));
+    return out;
+}
+
+QStringList pathFields(const ToolPathsPage &page)
+{
+    return {page.itdtPathEdit->text(), page.ltfsPathEdit->text(), page.mkltfsPathEdit->text(),
+            page.outputFolderEdit->text()};
 }
 
 } // namespace tapedesk::test

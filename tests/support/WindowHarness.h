@@ -2,6 +2,7 @@
 
 #include "support/TestEnv.h"
 
+#include <QAccessible>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
@@ -11,8 +12,9 @@
 class QFileDialog;
 
 namespace tapedesk {
-class ViewController;
-}
+class MainWindow;
+class ToolPathsPage;
+} // namespace tapedesk
 
 namespace tapedesk::test {
 
@@ -69,11 +71,11 @@ bool typeAndAccept(QFileDialog *dialog, const QString &path, bool direct = false
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
 
 // The pane's whole plain text.
-QString paneText(ViewController &vc);
+QString paneText(MainWindow &mainWindow);
 // Waits until the pane contains `text`.
-bool waitForPane(ViewController &vc, const QString &text, int timeoutMs = 10000);
+bool waitForPane(MainWindow &mainWindow, const QString &text, int timeoutMs = 10000);
 // Waits until the progress indicator is hidden and the buttons are enabled.
-bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
+bool waitForIdle(MainWindow &mainWindow, int timeoutMs = 10000);
 
 // The simulator with the library `stateIni` (its own when empty), paths on
 // it, no fault, no mounted-drive record, no scanned drive, and every tool run
@@ -81,7 +83,17 @@ bool waitForIdle(ViewController &vc, int timeoutMs = 10000);
 void freshCase(const QByteArray &stateIni = {});
 QString simLogPath();
 // Selects the drive (id, name) without a scan, as a workflow sees it.
-void selectDrive(ViewController &vc, const QString &id = QStringLiteral("tape0"),
+// What assistive technology gets of `object` (its name, description...).
+QString accessibleText(QObject *object, QAccessible::Text text);
+
+// No tool path stored or loaded: a first start.
+void forgetPaths();
+// The four stored paths (itdt, ltfs, mkltfs, output), "<absent>" for one not stored.
+QStringList storedPaths();
+// The four fields of the paths page, in the same order.
+QStringList pathFields(const ToolPathsPage &page);
+
+void selectDrive(MainWindow &mainWindow, const QString &id = QStringLiteral("tape0"),
                  const QString &name = QStringLiteral("0"));
 
 } // namespace tapedesk::test

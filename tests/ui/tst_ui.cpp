@@ -1,46 +1,31 @@
 // ctest-timeout: 120
-// The window as the operator and a screen reader meet it: the first start,
-// the drive table's lines, colours and clicks, the preferences window, what
-// is read aloud, the real dialogs the workflows ask through, the account
-// login against a local server, live output and the desktop notification.
+// The main window as the operator and a screen reader meet it: the first
+// start, the drive table's lines, colours and clicks, what is read aloud and
+// the real dialogs the workflows ask through.
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/PreferencesWindowController.h"
-#include "app/AppDelegate.h"
+#include "Preferences/PreferencesWindow.h"
+#include "Preferences/ToolPathsPage.h"
+#include "app/Application.h"
 #include "app/DarkLook.h"
 #include "drives/DriveStateStore.h"
-#include "operations/PaneText.h"
 #include "operations/Texts.h"
-#include "support/EngineHarness.h"
 #include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/PathDefaults.h"
-#include "tools/ProcessRunner.h"
-#include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
-#include "ui/AuthenticateViewController.h"
 #include "ui/DriveTableModel.h"
-#include "ui/LiveOutputView.h"
-#include "ui/OperationWatch.h"
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 #include "ui/VolumeDetailsView.h"
 
 #include <QAccessible>
-#include <QDBusConnection>
 #include <QElapsedTimer>
-#include <QFileDialog>
-#include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
-#include <QSignalSpy>
 #include <QTableView>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTextBlock>
 #include <QTimer>
 #include <QUrl>
@@ -65,17 +50,11 @@ DrivePtr drive(const QString &id, bool mounted = false)
     return makeDrive(r);
 }
 
-QColor cardColour(ViewController &vc, int row)
+QColor cardColour(MainWindow &mainWindow, int row)
 {
-    const QRect r = vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0));
+    const QRect r = mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(row, 0));
     // A corner of the card, clear of the text.
-    return vc.ui.tableView->viewport()->grab().toImage().pixelColor(r.right() - 4, r.top() + 3);
-}
-
-QString read(QObject *object, QAccessible::Text text)
-{
-    QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
-    return iface ? iface->text(text) : QStringLiteral("<no interface>");
+    return mainWindow.ui.tableView->viewport()->grab().toImage().pixelColor(r.right() - 4, r.top() + 3);
 }
 
 // "$SIM" and "$HOME" stand for the simulator's folder and the test home.
@@ -86,114 +65,11 @@ QStringList expand(QStringList texts)
     return texts;
 }
 
-const QStringList kPathKeys{PreferenceKeys::itdt, PreferenceKeys::ltfs, PreferenceKeys::mkltfs,
-                            PreferenceKeys::output};
-
-// No path stored or loaded: a first start.
-void forgetPaths()
-{
-    SettingsStore::removeKeys(kPathKeys);
-    for (OptionalPath *p : {&ITDT_PATH, &LTFS_PATH, &MKLTFS_PATH, &OUTPUT_FOLDER})
-        p->set(std::nullopt);
-}
-
-QStringList stored()
-{
-    QStringList out;
-    for (const QString &k : kPathKeys)
-        out << SettingsStore::text(k).value_or(QStringLiteral("<absent>"));
-    return out;
-}
-
-QStringList fields(const PreferencesViewController &pane)
-{
-    return {pane.txtITDT->text(), pane.txtLTFS->text(), pane.txtMK->text(), pane.txtOutput->text()};
-}
-
 // Clicks the middle of a row's card, as the operator does.
-void clickRow(ViewController &vc, int row)
+void clickRow(MainWindow &mainWindow, int row)
 {
-    QTest::mouseClick(vc.ui.tableView->viewport(), Qt::LeftButton, {},
-                      vc.ui.tableView->visualRect(vc.driveModel()->index(row, 0)).center());
-}
-
-// A minimal HTTP/1.1 server on 127.0.0.1: records each request as the
-// headers TapeDesk sets ("name: value" lines in the order sent), an empty line
-// and the body, and answers the next queued body.
-class TokenServer : public QObject
-{
-public:
-    QList<QByteArray> answers;
-    QList<QByteArray> requests;
-
-    TokenServer()
-    {
-        m_server.listen(QHostAddress::LocalHost, 0);
-        connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket *s = m_server.nextPendingConnection())
-                connect(s, &QTcpSocket::readyRead, this, [this, s] { read(s); });
-        });
-    }
-    QString base() const { return QStringLiteral("http://127.0.0.1:%1/").arg(m_server.serverPort()); }
-
-private:
-    void read(QTcpSocket *s)
-    {
-        m_buffer += s->readAll();
-        const qsizetype end = m_buffer.indexOf("\r\n\r\n");
-        QByteArray request;
-        qsizetype length = 0;
-        for (const QByteArray &line : m_buffer.left(end).split('\n').mid(1)) {
-            const QByteArray name = line.left(line.indexOf(':')).toLower();
-            const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed();
-            if (name == "content-length")
-                length = value.toLongLong();
-            else if (name == "content-type" || name == "accept" || name == "authorization")
-                request += name + ": " + value + '\n';
-        }
-        if (end < 0 || m_buffer.size() < end + 4 + length)
-            return;
-        requests << request + '\n' + m_buffer.mid(end + 4);
-        m_buffer.clear();
-        const QByteArray body = answers.isEmpty() ? QByteArray("{}") : answers.takeFirst();
-        s->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                 QByteArray::number(body.size()) + "\r\n\r\n" + body);
-    }
-
-    QTcpServer m_server;
-    QByteArray m_buffer;
-};
-
-// A notification service as a desktop runs one, on a private bus.
-class NotificationService : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
-
-public:
-    QStringList received; // "summary | body"
-
-public Q_SLOTS:
-    uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
-                const QStringList &, const QVariantMap &, int)
-    {
-        received << summary + QStringLiteral(" | ") + body;
-        return 7;
-    }
-
-Q_SIGNALS:
-    void ActionInvoked(uint id, const QString &key);
-};
-
-// tape44 alone, with a formatted cartridge.
-const QByteArray kTape44 = "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"
-                           "barcode = TD0044\nformatted = yes\n";
-
-QTextCharFormat formatAt(const QTextDocument *document, const QString &text)
-{
-    QTextCursor found = document->find(text);
-    found.setPosition(found.selectionStart() + 1);
-    return found.charFormat();
+    QTest::mouseClick(mainWindow.ui.tableView->viewport(), Qt::LeftButton, {},
+                      mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(row, 0)).center());
 }
 
 } // namespace
@@ -203,29 +79,7 @@ class UiTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // A field limited this way stops at three characters while typing, and a
-    // text pasted at once loses only its last character.
-    void textFieldTrim()
-    {
-        ViewController vc;
-        QLineEdit field;
-        for (const auto &[typed, kept] : {std::pair<QString, QString>{"ABC", "ABC"},
-                                          {"ABCD", "ABC"},
-                                          {"KT1234", "KT123"},
-                                          {"ABe\u0301\u0301", "ABe\u0301\u0301"},
-                                          {"ABCe\u0301", "ABC"}}) {
-            field.setText(typed);
-            vc.controlTextDidChange(&field);
-            QCOMPARE(field.text(), kept);
-        }
-        vc.controlTextDidChange(nullptr);
-    }
-
-    void initTestCase()
-    {
-        applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance()));
-        qputenv(AuthSettings::passwordEnv, "p@ss:word/1");
-    }
+    void initTestCase() { applyDarkLook(*qobject_cast<QApplication *>(QCoreApplication::instance())); }
     void init() { freshCase(); }
     // A case's scripted answers point into it: the real dialogs come back.
     void cleanup() { setDialogProvider(std::make_unique<WidgetDialogs>()); }
@@ -284,24 +138,25 @@ private Q_SLOTS:
         if (!stored.isEmpty())
             setPaths(stored[0], stored[1], stored[2], stored[3]);
 
-        ViewController vc;
-        AppDelegate delegate;
-        delegate.attachMainWindow(vc);
-        vc.viewDidLoad({QStringLiteral("tapedesk"), launch});
-        vc.show();
+        MainWindow mainWindow;
+        Application application;
+        application.attachMainWindow(mainWindow);
+        applyLaunchArguments({QStringLiteral("tapedesk"), launch});
+        mainWindow.show();
         const QString startPane =
             QStringLiteral("\nLooks like preferences settings could be wrong.") + problem;
-        QVERIFY(waitForPane(vc, startPane) && waitForIdle(vc));
-        QCOMPARE(paneText(vc), startPane);
-        QCOMPARE(delegate.preferencesController != nullptr, !offered.isEmpty());
+        QVERIFY(waitForPane(mainWindow, startPane) && waitForIdle(mainWindow));
+        QCOMPARE(paneText(mainWindow), startPane);
+        QCOMPARE(application.preferencesWindow != nullptr, !offered.isEmpty());
         if (offered.isEmpty())
             return;
-        PreferencesViewController &pane = *delegate.preferencesController->pathsPane();
-        QCOMPARE(fields(pane), expand(offered));
-        pane.ui.btnSave->click();
-        QVERIFY(waitUntil([&] { return paneText(vc).endsWith(afterSave); }) && waitForIdle(vc));
-        QVERIFY(QFileInfo(pane.txtOutput->text()).isDir()); // the default folder is made on Save
-        QCOMPARE(vc.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
+        ToolPathsPage &pane = *application.preferencesWindow->pathsPage();
+        QCOMPARE(pathFields(pane), expand(offered));
+        pane.ui.saveButton->click();
+        QVERIFY(waitUntil([&] { return paneText(mainWindow).endsWith(afterSave); }) &&
+                waitForIdle(mainWindow));
+        QVERIFY(QFileInfo(pane.outputFolderEdit->text()).isDir()); // the default folder is made on Save
+        QCOMPARE(mainWindow.driveModel()->rowCount(), toolsOnPath ? 5 : 0);
     }
 
     void driveTable_data()
@@ -338,33 +193,35 @@ private Q_SLOTS:
         const DrivePtr remembered = drive(QStringLiteral("tape55"), true);
         remembered->update([](DriveRecord &r) { r.name = QStringLiteral("55"); });
         DriveStateStore::saveDriveInfo(*remembered);
-        ViewController vc;
-        vc.engine.setVolumeReadTimeoutMs(1500);
-        vc.viewDidLoad({QStringLiteral("tapedesk")});
-        vc.show();
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-        QAccessibleInterface *table = QAccessible::queryAccessibleInterface(vc.ui.tableView);
+        MainWindow mainWindow;
+        mainWindow.engine.setVolumeReadTimeoutMs(1500);
+        applyLaunchArguments({QStringLiteral("tapedesk")});
+        mainWindow.show();
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("Scan Complete")) && waitForIdle(mainWindow));
+        QAccessibleInterface *table = QAccessible::queryAccessibleInterface(mainWindow.ui.tableView);
         for (const auto &[row, lines] :
              {std::pair{
                   0, QStringList{"Drive1 (tape0)", "Corvel LTO8 HH", "FW: F1A2", "S/N:1013000101", "TAPE: "}},
               {5, {"Drive6 (tape55)", "Corvel LTO8 HH", "FW: F1A2", "S/N:Stape55", "TAPE: "}}}) {
-            QCOMPARE(vc.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(), lines);
+            QCOMPARE(mainWindow.driveModel()->index(row, 0).data(DriveTableModel::LinesRole).toStringList(),
+                     lines);
             QCOMPARE(table->tableInterface()->cellAt(row, 0)->text(QAccessible::Name), lines.join('\n'));
         }
-        QCOMPARE(cardColour(vc, 0), QColor(Qt::lightGray));
-        QCOMPARE(cardColour(vc, 5), QColor(Qt::yellow));
+        QCOMPARE(cardColour(mainWindow, 0), QColor(Qt::lightGray));
+        QCOMPARE(cardColour(mainWindow, 5), QColor(Qt::yellow));
         // Dark text on the light card, readable in the dark window.
-        const QImage card = vc.ui.tableView->viewport()
-                                ->grab(vc.ui.tableView->visualRect(vc.driveModel()->index(0, 0)))
-                                .toImage();
+        const QImage card =
+            mainWindow.ui.tableView->viewport()
+                ->grab(mainWindow.ui.tableView->visualRect(mainWindow.driveModel()->index(0, 0)))
+                .toImage();
         int dark = 0;
         for (int i = 0; i < card.width() * card.height(); ++i)
             dark += qGray(card.pixel(i % card.width(), i / card.width())) < 96 ? 1 : 0;
         QVERIFY2(dark > 50, qPrintable(QString::number(dark)));
 
-        VolumeDetailsView *view = vc.volumeView();
-        vc.ui.paneTabs->setCurrentWidget(view);
-        vc.ui.rightScrollView->clear();
+        VolumeDetailsView *view = mainWindow.volumeView();
+        mainWindow.ui.paneTabs->setCurrentWidget(view);
+        mainWindow.ui.transcript->clear();
         QElapsedTimer clock;
         qint64 longestGap = 0;
         qint64 last = 0;
@@ -375,7 +232,7 @@ private Q_SLOTS:
         });
         clock.start();
         ticker.start(20);
-        clickRow(vc, 5);
+        clickRow(mainWindow, 5);
         if (hung) {
             QVERIFY(
                 waitUntil([&] { return view->stateText().contains(QStringLiteral("within 1.5 s")); }, 5000));
@@ -393,96 +250,35 @@ private Q_SLOTS:
         QTest::mouseClick(view->openButton(), Qt::LeftButton);
         QTRY_COMPARE(readFile(opened), QUrl::fromLocalFile(QString::fromLatin1(point)).toEncoded());
         // The caption is read by what it shows, and said to be Mount's action.
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Name), QStringLiteral("UNMOUNT"));
-        QCOMPARE(read(vc.ui.lblMount, QAccessible::Description), QStringLiteral("Mount Action"));
-        QWidget *viewport = vc.ui.tableView->viewport();
+        QCOMPARE(accessibleText(mainWindow.ui.mountLabel, QAccessible::Name), QStringLiteral("UNMOUNT"));
+        QCOMPARE(accessibleText(mainWindow.ui.mountLabel, QAccessible::Description),
+                 QStringLiteral("Mount Action"));
+        QWidget *viewport = mainWindow.ui.tableView->viewport();
         QTest::mouseClick(viewport, Qt::LeftButton, {}, QPoint(20, viewport->height() - 5));
         QTest::qWait(50);
-        QCOMPARE(paneText(vc), QStringLiteral("\nReady \ntape55 Selected"));
-        clickRow(vc, 0);
-        QVERIFY(waitForPane(vc, QStringLiteral("tape0 Selected")));
+        QCOMPARE(paneText(mainWindow), QStringLiteral("\nReady \ntape55 Selected"));
+        clickRow(mainWindow, 0);
+        QVERIFY(waitForPane(mainWindow, QStringLiteral("tape0 Selected")));
         QTRY_VERIFY(!view->openButton()->isEnabled());
         // Every label, the Volume tab's values among them, is read by what it
         // shows: a fixed name would hide a text that changes.
-        for (QLabel *label : vc.findChildren<QLabel *>())
-            QCOMPARE(read(label, QAccessible::Name), label->text());
+        for (QLabel *label : mainWindow.findChildren<QLabel *>())
+            QCOMPARE(accessibleText(label, QAccessible::Name), label->text());
 
         // Automation and a screen reader find each control by its name alone.
         QStringList names;
-        for (QWidget *w : vc.findChildren<QWidget *>())
-            names << read(w, QAccessible::Name);
+        for (QWidget *w : mainWindow.findChildren<QWidget *>())
+            names << accessibleText(w, QAccessible::Name);
         for (const char *name : {"Scan", "Mount", "Retrieve Log", "Test", "Upgrade", "Host Validation",
                                  "Format", "Clear Mounted Drives", "Drives", "Output", "MOUNT", "Progress"})
             QVERIFY2(names.count(QString::fromLatin1(name)) == 1, name);
-    }
-
-    // The preferences window as the operator meets it: the host's defaults
-    // offered, Save taking the fields as typed, Reset, closing and coming
-    // back, and the pickers answered through the real file dialogs.
-    void preferencesWindow()
-    {
-        forgetPaths();
-        const PathDefaults d = pathDefaults();
-        const QStringList defaults{d.itdt, d.ltfs, d.mkltfs, d.output};
-        PreferencesWindowController window;
-        window.showWindow();
-        PreferencesViewController &pane = *window.pathsPane();
-        for (QWidget *w : pane.findChildren<QWidget *>()) {
-            if (qobject_cast<QLineEdit *>(w) || qobject_cast<QPushButton *>(w))
-                QVERIFY2(!w->accessibleName().isEmpty(), qPrintable(w->objectName()));
-        }
-        QCOMPARE(stored(), QStringList(4, QStringLiteral("<absent>")));
-
-        // Nothing is trimmed or checked: blanks and the placeholder go in as they stand.
-        const QStringList typed{QStringLiteral(" /opt/itdt/itdt "), QStringLiteral("/usr/bin/ltfs"),
-                                NO_PATH_SELECTED, QString()};
-        for (int i = 0; i < 4; ++i)
-            QList<QLineEdit *>{pane.txtITDT, pane.txtLTFS, pane.txtMK, pane.txtOutput}[i]->setText(typed[i]);
-        pane.ui.btnSave->click();
-        QCOMPARE(stored(), typed);
-        // The status is read by what it says, not by a fixed name.
-        QCOMPARE(read(pane.lblStatus, QAccessible::Name), QStringLiteral("Preferences have been saved."));
-
-        // Reset offers the defaults and stores nothing; a window still up keeps
-        // the edits, one shown anew is refilled with the paths in use.
-        pane.ui.btnReset->click();
-        window.showWindow();
-        QCOMPARE(fields(pane), defaults);
-        window.close();
-        QCOMPARE(stored(), typed);
-        window.showWindow();
-        QCOMPARE(fields(pane), typed);
-
-        // A path missing: the pane offers the defaults, and a load shows the placeholder for it.
-        LTFS_PATH.set(std::nullopt);
-        window.close();
-        window.showWindow();
-        QCOMPARE(fields(pane), defaults);
-        pane.loadPreferences();
-        QCOMPARE(fields(pane), (QStringList{typed[0], NO_PATH_SELECTED, typed[2], typed[3]}));
-
-        // The pickers: cancelled, they change nothing; a choice fills a field
-        // and is stored only by Save.
-        const QString itdt = writeScript(makeDir(QStringLiteral("tools/bin")), QStringLiteral("itdt"), {});
-        const QString out = makeDir(QStringLiteral("dumps"));
-        const QStringList before = fields(pane);
-        DialogScript script;
-        script.cancelPicker().cancelPicker().cancelPicker().choosePath(itdt).choosePath(out);
-        for (QPushButton *b :
-             {pane.ui.btnLTFS, pane.ui.btnMK, pane.ui.btnOutput, pane.ui.btnITDT, pane.ui.btnOutput})
-            b->click();
-        QCOMPARE(script.seen().size(), 5);
-        QCOMPARE(fields(pane), (QStringList{itdt, before[1], before[2], out}));
-        QCOMPARE(stored(), typed);
-        pane.ui.btnSave->click();
-        QCOMPARE(stored(), fields(pane));
     }
 
     // What a screen reader gets of a Test run: the alert's title, name and
     // description, then the button's description at each status.
     void whatIsReadAloud()
     {
-        ViewController vc;
+        MainWindow mainWindow;
         QStringList heard;
         // The statusImage property is set once the image and its words are in place.
         struct Reader : QObject
@@ -491,23 +287,23 @@ private Q_SLOTS:
             bool eventFilter(QObject *watched, QEvent *event) override
             {
                 if (event->type() == QEvent::DynamicPropertyChange)
-                    *heard << read(watched, QAccessible::Description);
+                    *heard << accessibleText(watched, QAccessible::Description);
                 return false;
             }
         } reader;
         reader.heard = &heard;
-        vc.ui.btnTest->installEventFilter(&reader);
-        selectDrive(vc);
+        mainWindow.ui.testButton->installEventFilter(&reader);
+        selectDrive(mainWindow);
         DialogScript script;
         script.then([&](QWidget *d, const SeenDialog &) {
-            heard << QStringList{d->windowTitle(), read(d, QAccessible::Name),
-                                 read(d, QAccessible::Description)}
+            heard << QStringList{d->windowTitle(), accessibleText(d, QAccessible::Name),
+                                 accessibleText(d, QAccessible::Description)}
                          .join(QStringLiteral(" | "));
             clickButton(d, QStringLiteral("OK"));
         });
-        vc.btnRunTest();
+        mainWindow.runTest();
         waitUntil([&] { return heard.size() >= 3; }); // a miss shows below
-        QVERIFY(waitForIdle(vc));
+        QVERIFY(waitForIdle(mainWindow));
         QCOMPARE(heard, (QStringList{
                             QStringList{ALERT_WARNING, ALERT_WARNING, ALERT_DESTRUCTIVE_RUN_TEST}.join(" | "),
                             "In Progress", "Complete"}));
@@ -568,278 +364,6 @@ private Q_SLOTS:
         QCOMPARE(script.seen()[0].buttons,
                  (name ? QStringList{"OK", "Cancel"} : QStringList{typed, "Mount"}));
         QCOMPARE(shown, name ? QStringLiteral("KT1234") : QString());
-    }
-
-    void login_data()
-    {
-        QTest::addColumn<QString>("tenant"); // "$SERVER" is the local server's address
-        QTest::addColumn<QByteArrayList>("answers");
-        QTest::addColumn<int>("requests");
-        QTest::addColumn<QString>("token");
-        QTest::newRow("two grants, with the first one's token")
-            << "$SERVER"
-            << QByteArrayList{R"({"access_token":"tok-123","token_type":"Bearer"})",
-                              R"({"access_token":"user"})"}
-            << 2 << "tok-123";
-        QTest::newRow("no access_token")
-            << "$SERVER" << QByteArrayList{R"({"error":"access_denied"})"} << 1 << "";
-        QTest::newRow("not UTF-8") << "$SERVER" << QByteArrayList{"{\"access_token\":\"t\xff\"}"} << 1 << "";
-        QTest::newRow("tenant that cannot be parsed") << "$SERVERbad base/" << QByteArrayList() << 0 << "";
-        QTest::newRow("nobody listening") << "http://127.0.0.1:1/" << QByteArrayList() << 0 << "";
-    }
-
-    // The account login against a real server: what goes over the wire, in
-    // which order, and where the flow stops.
-    void login()
-    {
-        QFETCH(QString, tenant);
-        QFETCH(QByteArrayList, answers);
-        QFETCH(int, requests);
-        QFETCH(QString, token);
-        TokenServer server;
-        server.answers = answers;
-        // The environment wins over the settings, which win over the built-in values.
-        SettingsStore::setText(AuthSettings::domainKey, QStringLiteral("https://tenant.site.example/"));
-        SettingsStore::setText(AuthSettings::userKey, QStringLiteral("operator@site.example"));
-        qputenv(AuthSettings::domainEnv, tenant.replace(QStringLiteral("$SERVER"), server.base()).toUtf8());
-        AuthenticateViewController login;
-        QCOMPARE(login.password, QStringLiteral("p@ss:word/1"));
-        login.lblStatus->setText(QStringLiteral("Signed in")); // read by what it says
-        QCOMPARE(read(login.lblStatus, QAccessible::Name), login.lblStatus->text());
-        const QList<QByteArray> console = consoleOf([&] {
-            login.loginButton()->click();
-            QVERIFY(waitUntil(
-                [&] { return server.requests.size() >= requests && login.requestsInFlight() == 0; }));
-        });
-        QCOMPARE(server.requests.size(), requests);
-        QCOMPARE(login.accessToken, token); // the second answer's is not used
-        if (requests < 2)
-            return;
-        // The endpoint's text keeps the base's "/" and its own; the path goes out normalised.
-        QVERIFY(console.contains((server.base() + QStringLiteral("/oauth/token")).toUtf8()));
-        const QByteArray form = "content-type: application/x-www-form-urlencoded\naccept: application/json\n";
-        QCOMPARE(server.requests[0], form + "\nclient_id=" + login.client_id.toUtf8() + "&client_secret=" +
-                                         login.secret.toUtf8() + "&audience=" + server.base().toUtf8() +
-                                         "api/v2/&grant_type=client_credentials"); // ":" and "/" unencoded
-        QCOMPARE(server.requests[1],
-                 form + "authorization: Bearer tok-123\n\nclient_id=" + login.client_id.toUtf8() +
-                     "&grant_type=password&username=operator@site.example&password=p@ss:word/1");
-        // A later login carries the token it has.
-        login.btnLogin();
-        QVERIFY(waitUntil([&] { return server.requests.size() == 3 && login.requestsInFlight() == 0; }));
-        QVERIFY(server.requests[2].contains("\nauthorization: Bearer tok-123\n"));
-    }
-
-    void liveOperation_data()
-    {
-        QTest::addColumn<bool>("bus");
-        QTest::addColumn<bool>("service");
-        QTest::addColumn<int>("notifyAfterMs");
-        QTest::addColumn<bool>("notified");
-        QTest::newRow("long enough: notified") << true << true << 0 << true;
-        QTest::newRow("shorter than the threshold") << true << true << 60000 << false;
-        QTest::newRow("no service on the bus") << true << false << 0 << false;
-        QTest::newRow("no bus") << false << false << 0 << false;
-    }
-
-    // A dump that prints, waits for the test, then prints on its error
-    // stream: the live view has the command line and the first line while the
-    // tool still runs, the clock counts, the second line follows in the error
-    // colour, and the transcript shows neither the command nor the colours.
-    // The end is notified on a private session bus, with the service
-    // registered by the test or not. The window stays in the background
-    // (never shown); a click on the notification brings it up.
-    void liveOperation()
-    {
-        QFETCH(bool, bus);
-        QFETCH(bool, service);
-        QFETCH(int, notifyAfterMs);
-        QFETCH(bool, notified);
-        QProcess daemon;
-        QString address = QStringLiteral("unix:path=") + TestHome::path() + QStringLiteral("/no-bus");
-        if (bus) {
-            daemon.start(
-                QStringLiteral("dbus-daemon"),
-                {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address")});
-            QVERIFY(daemon.waitForReadyRead(5000));
-            address = QString::fromUtf8(daemon.readLine().trimmed());
-        }
-        const auto stopDaemon = qScopeGuard([&] {
-            QDBusConnection::disconnectFromBus(QStringLiteral("service"));
-            QDBusConnection::disconnectFromBus(QStringLiteral("window"));
-            daemon.kill();
-            daemon.waitForFinished();
-        });
-        QDBusConnection serviceBus = QDBusConnection::connectToBus(address, QStringLiteral("service"));
-        NotificationService notifications;
-        if (service) {
-            QVERIFY(serviceBus.registerObject(
-                QStringLiteral("/org/freedesktop/Notifications"), &notifications,
-                QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
-            QVERIFY(serviceBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
-        }
-        const QString flag = TestHome::path() + QStringLiteral("/dump-may-end");
-        QFile::remove(flag);
-        freshCase(kTape44);
-        ITDT_PATH.set(
-            writeScript(makeDir(QStringLiteral("slow")), QStringLiteral("itdt"),
-                        QStringLiteral("case \"$*\" in *dump*) ;; *) exec '%1/itdt' \"$@\";; esac\n"
-                                       "echo 'dump begun'\nwhile [ ! -e '%2' ]; do sleep 0.05; done\n"
-                                       "echo 'dump done' >&2\necho 'Exit with code: 0'\n")
-                            .arg(simBinDir(), flag)));
-        ViewController vc;
-        vc.watch().notifier().setConnection(QDBusConnection::connectToBus(address, QStringLiteral("window")));
-        vc.watch().notifyAfterMs = notifyAfterMs;
-        // The offscreen platform warns that it cannot raise a window.
-        if (!notified)
-            QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
-        QStringList asked;
-        answerWith({}, &asked);
-        vc.btnRetrieveLog(vc.ui.btnRetriveLog);
-        const LiveOutputView &live = *vc.watch().liveView();
-        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("dump begun")));
-        QVERIFY(QRegularExpression(
-                    QStringLiteral("^\\$ \\S+/slow/itdt -R \\S+ -LP \\S+ -f tape44 dump\ndump begun"))
-                    .match(live.toPlainText())
-                    .hasMatch());
-        QLabel &clock = *vc.watch().elapsedLabel();
-        QCOMPARE(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:00"));
-        QTRY_COMPARE_WITH_TIMEOUT(clock.text(), QStringLiteral("Retrieving the log of tape44 — 00:01"), 3000);
-        QCOMPARE(read(&clock, QAccessible::Name), clock.text()); // the clock is read as it ticks
-        QVERIFY(!live.toPlainText().contains(QStringLiteral("dump done")));
-        QFile(flag).open(QIODevice::WriteOnly);
-        // The two streams are read apart: only each one's own order is kept.
-        QTRY_VERIFY(live.toPlainText().contains(QStringLiteral("\ndump done\n")));
-        QVERIFY(live.toPlainText().indexOf(QStringLiteral("dump begun")) <
-                live.toPlainText().indexOf(QStringLiteral("dump done")));
-        QVERIFY(formatAt(live.document(), QStringLiteral("dump done")).foreground() !=
-                formatAt(live.document(), QStringLiteral("dump begun")).foreground());
-        QVERIFY(waitUntil([&] { return !vc.engine.isOperating(); }));
-        QVERIFY(!paneText(vc).contains(QStringLiteral("$ ")));
-        QTest::qWait(300); // for a notification that should not come
-        QCOMPARE(notifications.received.size(), notified ? 1 : 0);
-        if (!notified)
-            return;
-        // The fake dump saves no file, so the operation failed.
-        QVERIFY2(QRegularExpression(QStringLiteral("^Retrieving the log of tape44: Failed \\| Retrieve Log "
-                                                   "on tape44 ended after 00:0\\d: Failed$"))
-                     .match(notifications.received.first())
-                     .hasMatch(),
-                 qPrintable(notifications.received.first()));
-        Q_EMIT notifications.ActionInvoked(6, QStringLiteral("default")); // another program's
-        QTest::qWait(200);
-        QVERIFY(!vc.isVisible());
-        Q_EMIT notifications.ActionInvoked(7, QStringLiteral("default"));
-        QTRY_VERIFY(vc.isVisible());
-    }
-
-    // While a tool runs on the GUI thread's turn, the window takes no input
-    // but Stop: a click elsewhere is held back, Stop ends the run.
-    void stopIsTheOnlyInputWhileAToolHolds()
-    {
-        freshCase(kTape44);
-        ViewController vc;
-        vc.show();
-        // The start-up scan first, so no click meets it still running.
-        QVERIFY(waitForPane(vc, QStringLiteral("Scan Complete")) && waitForIdle(vc));
-        test::selectDrive(vc, QStringLiteral("tape44"), QStringLiteral("44"));
-        QStringList asked;
-        answerWith({QStringLiteral("0")}, &asked);
-        vc.ui.btnMount->click();
-        QVERIFY(waitForPane(vc, QStringLiteral("Mount Complete")) && waitForIdle(vc));
-        qputenv("TAPESIM_FAIL", "tape44:umount=hang");
-        QSignalSpy cleared(vc.ui.btnClearPreferences, &QPushButton::clicked);
-        QTimer presser;
-        QObject::connect(&presser, &QTimer::timeout, [&] {
-            if (!vc.engine.isWaitingResponsive() || children::liveCount() == 0)
-                return;
-            presser.stop();
-            QTest::mouseClick(vc.ui.btnClearPreferences, Qt::LeftButton);
-            QTest::mouseClick(vc.ui.btnStop, Qt::LeftButton);
-        });
-        presser.start(20);
-        vc.ui.btnMount->click();
-        QVERIFY2(waitForPane(vc, QStringLiteral("Stopped by the operator: the wait for the unmount")),
-                 qPrintable(paneText(vc)));
-        QVERIFY(waitForIdle(vc));
-        qunsetenv("TAPESIM_FAIL");
-        QCOMPARE(cleared.size(), 0);
-        QVERIFY(vc.engine.selectedDrive()->mounted());
-    }
-
-    // A flood shows only what could be read: the last lines, whether they
-    // came in one chunk or in many, and a long line cut as the pane cuts it.
-    void liveOutputKeepsTheLastLines()
-    {
-        LiveOutputView view;
-        view.showToolStarted(QStringLiteral("itdt"), {QStringLiteral("dump")});
-        QByteArray big;
-        for (int i = 0; i < LiveOutputView::kMaxLines + 500; ++i)
-            big += "out " + QByteArray::number(i) + '\n';
-        view.showOutput(OutputStream::Stdout, big);
-        for (int i = 0; i < 2 * LiveOutputView::kMaxLines + 10; ++i)
-            view.showOutput(OutputStream::Stderr, "err " + QByteArray::number(i) + '\n');
-        view.showOutput(OutputStream::Stdout, QByteArray(2 * kLongestPaneLine + 5, 'x') + '\n');
-        QTRY_COMPARE(view.pendingLines(), 0);
-        const QStringList lines = view.toPlainText().split(QLatin1Char('\n'));
-        QVERIFY(lines.size() <= LiveOutputView::kMaxLines + 1);
-        QVERIFY(!view.toPlainText().contains(QStringLiteral("out ")));
-        QCOMPARE(
-            lines.mid(lines.size() - 5),
-            (QStringList{QStringLiteral("err %1").arg(2 * LiveOutputView::kMaxLines + 9),
-                         QString(kLongestPaneLine, QLatin1Char('x')),
-                         QString(kLongestPaneLine, QLatin1Char('x')), QStringLiteral("xxxxx"), QString()}));
-    }
-
-    // Last: with the engine's cases after it, ThreadSanitizer reports the
-    // engine's members as raced by its background parts, whose hand-offs are
-    // declared to it; the file dialog's Qt threads are all that differs.
-    void pickers_data()
-    {
-        QTest::addColumn<bool>("folder");
-        QTest::addColumn<QStringList>("types");
-        QTest::addColumn<QString>("refused"); // a name typed in and refused; "": none tried
-        QTest::addColumn<QString>("chosen");
-        // Regression: a name typed into the field bypassed the type filter, so
-        // the firmware update could be handed a text file.
-        QTest::newRow("firmware") << false << QStringList{"fmrz", "fm"} << "notes.txt"
-                                  << ".hidden.fm";
-        QTest::newRow("any file") << false << QStringList() << ""
-                                  << "notes.txt";
-        QTest::newRow("a folder") << true << QStringList() << "new.fmrz"
-                                  << "sub";
-    }
-
-    void pickers()
-    {
-        QFETCH(bool, folder);
-        QFETCH(QStringList, types);
-        QFETCH(QString, refused);
-        QFETCH(QString, chosen);
-        // Firmware images, look-alikes, hidden files and a subfolder.
-        const QString dir = makeDir(QStringLiteral("firmware/sub")).chopped(3);
-        for (const char *name : {"new.fmrz", "old.fm", "notes.txt", ".hidden.fm", ".profile", "new.fmrz.bak"})
-            writeScript(dir, QString::fromLatin1(name), {});
-        DialogScript script;
-        bool stayedOpen = false;
-        script.then([&](QWidget *d, const SeenDialog &) {
-            auto *fd = qobject_cast<QFileDialog *>(d);
-            fd->setDirectory(dir);
-            // The listing loads in the background; a name typed before it is
-            // there is judged against an empty folder.
-            auto *model = fd->findChild<QFileSystemModel *>();
-            QVERIFY(
-                waitUntil([&] { return model && model->rowCount(model->index(dir.chopped(1))) > 0; }, 5000));
-            stayedOpen = refused.isEmpty() || typeAndAccept(fd, dir + refused, true);
-            typeAndAccept(fd, dir + chosen);
-        });
-        const auto pick = [&] { return folder ? Support().pickFolder() : Support().pickFile(types); };
-        QCOMPARE(pick(), dir + chosen);
-        QCOMPARE(script.seen()[0].title, folder ? kPickFolderTitle : kPickFileTitle);
-        QVERIFY(stayedOpen);
-        script.cancelPicker();
-        QCOMPARE(pick(), folder ? QStringLiteral("-1") : QString());
     }
 };
 

@@ -8,9 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-class QAbstractButton;
 class QLabel;
-class QLineEdit;
 class QPlainTextEdit;
 class QTabWidget;
 class QProgressBar;
@@ -19,65 +17,60 @@ class QTableView;
 namespace tapedesk {
 
 class DriveTableModel;
+class InputHold;
 class VolumeDetailsView;
 class OperationWatch;
 
 // The main window: one face of the tape engine. It holds the widgets, turns
 // clicks and the drive choice into the engine's actions, and shows what the
 // engine tells it; the tape logic is all in `engine` (operations/).
-class ViewController : public QMainWindow, public Face
+class MainWindow : public QMainWindow, public Face
 {
     Q_OBJECT
 
 public:
     // The widgets the engine's feedback lands in.
-    struct Outlets
+    struct Widgets
     {
-        QPlainTextEdit *rightScrollView = nullptr; // the output pane (a scroll view with its text)
-        QTabWidget *paneTabs = nullptr;            // the pane's first tab, beside the other views
+        QPlainTextEdit *transcript = nullptr; // the output pane's first tab
+        QTabWidget *paneTabs = nullptr;       // the output pane: the transcript beside the other views
         QTableView *tableView = nullptr;
-        QLabel *lblMount = nullptr;
-        QPushButton *btnScan = nullptr;
-        QPushButton *btnMount = nullptr;
-        QPushButton *btnRetriveLog = nullptr;
-        QPushButton *btnTest = nullptr;
-        QPushButton *btnUpgrade = nullptr;
-        QPushButton *btnHostValidation = nullptr;
-        QPushButton *btnFormat = nullptr;
-        QPushButton *btnClearPreferences = nullptr;
-        QProgressBar *progressIndicator = nullptr;
-        QPushButton *btnStop = nullptr; // beside the progress, while an operation runs
+        QLabel *mountLabel = nullptr;
+        QPushButton *scanButton = nullptr;
+        QPushButton *mountButton = nullptr;
+        QPushButton *retrieveLogButton = nullptr;
+        QPushButton *testButton = nullptr;
+        QPushButton *upgradeButton = nullptr;
+        QPushButton *hostValidationButton = nullptr;
+        QPushButton *formatButton = nullptr;
+        QPushButton *clearMountedDrivesButton = nullptr;
+        QProgressBar *progressBar = nullptr;
+        QPushButton *stopButton = nullptr; // beside the progress, while an operation runs
     };
 
-    explicit ViewController(QWidget *parent = nullptr);
-    ~ViewController() override;
+    explicit MainWindow(QWidget *parent = nullptr);
+    ~MainWindow() override;
 
-    Outlets ui;
+    Widgets ui;
     TapeEngine engine{*this};
 
-    // Start-up
-    void viewDidLoad(const QStringList &launchArguments);
-    // Starts the engine (its first scan). Called once per showing of the
-    // window, right after its first frame is on screen.
-    void viewDidAppear();
     // Told of every Save in the preferences window.
     void preferencesSaved();
 
-    // Button actions
-    void btnScan(QAbstractButton *sender = nullptr);
-    void btnMount(QAbstractButton *sender = nullptr);
-    void btnFormat(QAbstractButton *sender = nullptr);
-    void btnUpgrade(QAbstractButton *sender = nullptr);
-    void btnRetrieveLog(QAbstractButton *sender = nullptr);
-    void btnRunTest(QAbstractButton *sender = nullptr);
-    void btnHostValidation(QAbstractButton *sender = nullptr);
-    void btnClearPreferences(QAbstractButton *sender = nullptr);
-    void btnStop(QAbstractButton *sender = nullptr);
-    // The volume-name field of the format's question.
-    void controlTextDidChange(QLineEdit *field);
+public Q_SLOTS:
+    // The buttons' actions.
+    void scan();
+    void mount();
+    void format();
+    void upgrade();
+    void retrieveLog();
+    void runTest();
+    void validateHost();
+    void clearMountedDrives();
+    void stop();
 
+public:
     // Drive table
-    void tableViewSelectionDidChange();
     DriveTableModel *driveModel() const { return m_model; }
     // The button that shows `action`'s status.
     QPushButton *buttonFor(Action action) const;
@@ -92,7 +85,7 @@ public:
     void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
     bool holdInputButStop(bool held) override;
     void volumeDetailsChanged(const VolumeReport &report) override;
-    // Made when the window first appears, or when first asked for before.
+    // Made once the first frame is drawn, or when first asked for before.
     VolumeDetailsView *volumeView();
     void toolStarted(const QString &program, const QStringList &arguments) override;
     void toolOutput(OutputStream stream, QByteArrayView chunk) override;
@@ -106,27 +99,29 @@ Q_SIGNALS:
     void preferencesNeeded();
     // The window was shown and its first frame drawn; what start-up left for
     // later can run now.
-    void appeared();
+    void firstFrameDrawn();
 
 protected:
     void showEvent(QShowEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     bool event(QEvent *event) override;
-    // While input is held: the application's input reaches only Stop and
-    // the dialog a stop may ask.
-    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void buildLayout();
     void connectActions();
     void enableActions(bool enabled);
+    // Hands the chosen row's drive to the engine.
+    void driveSelectionChanged();
+    // Starts the engine (its first scan). Runs once per showing of the
+    // window, right after its first frame is on screen.
+    void startAfterFirstFrame();
 
     DriveTableModel *m_model = nullptr;
     VolumeDetailsView *m_volumeView = nullptr;
     OperationWatch *m_watch = nullptr;
-    int m_inputHolds = 0;
-    // Shown, and viewDidAppear not yet called for this showing.
-    bool m_appearing = false;
+    InputHold *m_inputHold = nullptr;
+    // Shown, and startAfterFirstFrame not yet run for this showing.
+    bool m_awaitingFirstFrame = false;
     bool m_paneFontsSet = false;
 };
 

@@ -1,12 +1,12 @@
-#include "app/AppDelegate.h"
+#include "app/Application.h"
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/PreferencesWindowController.h"
+#include "Preferences/PreferencesWindow.h"
+#include "Preferences/ToolPathsPage.h"
+#include "app/ContentWindow.h"
 #include "app/DarkLook.h"
-#include "app/Eula_ViewController.h"
-#include "app/WindowController.h"
+#include "app/LicenceView.h"
 #include "app/WindowModules.h"
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
 #include <QAction>
 #include <QApplication>
@@ -48,7 +48,7 @@ QAction *command(QObject *owner, const QString &name, const QString &text, const
     auto *a = new QAction(text, owner);
     a->setObjectName(name);
     a->setShortcut(keys);
-    // The shortcuts also work while one of the delegate's own windows has
+    // The shortcuts also work while one of the application's own windows has
     // the focus, not only the main window.
     a->setShortcutContext(Qt::ApplicationShortcut);
     a->setStatusTip(tip);
@@ -59,7 +59,7 @@ QAction *command(QObject *owner, const QString &name, const QString &text, const
 
 } // namespace
 
-AppDelegate::AppDelegate(QObject *parent) : QObject(parent)
+Application::Application(QObject *parent) : QObject(parent)
 {
     actionPreferences = command(this, QStringLiteral("actionPreferences"), QStringLiteral("&Preferences…"),
                                 QKeySequence(Qt::CTRL | Qt::Key_Comma), QStringLiteral("Set the tool paths"));
@@ -79,26 +79,26 @@ AppDelegate::AppDelegate(QObject *parent) : QObject(parent)
         m_mainWindow->ui.paneTabs->setCurrentIndex(0);
         m_mainWindow->engine.explainMissingDrive();
     });
-    connect(actionPreferences, &QAction::triggered, this, [this] { showPreferences(actionPreferences); });
-    connect(actionAccount, &QAction::triggered, this, [this] { showAccount(actionAccount); });
-    connect(actionHelp, &QAction::triggered, this, [this] { showHelp(actionHelp); });
-    connect(actionLicence, &QAction::triggered, this, [this] { showEula(actionLicence); });
+    connect(actionPreferences, &QAction::triggered, this, &Application::showPreferences);
+    connect(actionAccount, &QAction::triggered, this, &Application::showAccount);
+    connect(actionHelp, &QAction::triggered, this, &Application::showHelp);
+    connect(actionLicence, &QAction::triggered, this, &Application::showLicence);
 }
 
-AppDelegate::~AppDelegate() = default;
+Application::~Application() = default;
 
-void AppDelegate::applicationDidFinishLaunching(QObject *)
+void Application::applyLook()
 {
     if (auto *app = qobject_cast<QApplication *>(QCoreApplication::instance())) {
         applyDarkLook(*app);
         // Reading the icon decodes a large PNG and looks through the image
         // plugins: the main window gets it after its first frame, the
-        // delegate's own windows before they show.
+        // application's own windows before they show.
         m_iconPending = true;
     }
 }
 
-void AppDelegate::applyIcon()
+void Application::applyIcon()
 {
     if (!m_iconPending)
         return;
@@ -107,61 +107,59 @@ void AppDelegate::applyIcon()
         QApplication::setWindowIcon(QIcon(kIconResource));
 }
 
-void AppDelegate::applicationWillTerminate(QObject *) {}
-
-void AppDelegate::showPreferences(QObject *sender)
+void Application::showPreferences()
 {
     applyIcon();
-    if (!preferencesController) {
-        preferencesController = std::make_unique<PreferencesWindowController>();
-        connect(preferencesController->pathsPane(), &PreferencesViewController::saved, this, [this] {
+    if (!preferencesWindow) {
+        preferencesWindow = std::make_unique<PreferencesWindow>();
+        connect(preferencesWindow->pathsPage(), &ToolPathsPage::saved, this, [this] {
             if (m_mainWindow)
                 m_mainWindow->preferencesSaved();
         });
     }
-    preferencesController->showWindow(sender);
+    preferencesWindow->showAndRaise();
 }
 
-void AppDelegate::showHelp(QObject *sender)
+void Application::showHelp()
 {
     applyIcon();
-    if (!helpController) {
-        helpController = std::make_unique<WindowController>(
-            QStringLiteral("HELP_WC"), QStringLiteral("TapeDesk Help"),
+    if (!helpWindow) {
+        helpWindow = std::make_unique<ContentWindow>(
+            QStringLiteral("HelpWindow"), QStringLiteral("TapeDesk Help"),
             moduleViewOrNotice(WindowModule::Help, QStringLiteral("The manual")));
-        helpController->resize(820, 860);
+        helpWindow->resize(820, 860);
     }
-    helpController->showWindow(sender);
+    helpWindow->showAndRaise();
 }
 
-void AppDelegate::showEula(QObject *sender)
+void Application::showLicence()
 {
     applyIcon();
-    if (!eulaController)
-        eulaController = std::make_unique<WindowController>(
-            QStringLiteral("EULA_WC"), QStringLiteral("Licence Agreement"), new Eula_ViewController);
-    eulaController->showWindow(sender);
+    if (!licenceWindow)
+        licenceWindow = std::make_unique<ContentWindow>(QStringLiteral("LicenceWindow"),
+                                                        QStringLiteral("Licence Agreement"), new LicenceView);
+    licenceWindow->showAndRaise();
 }
 
-void AppDelegate::showAccount(QObject *sender)
+void Application::showAccount()
 {
     applyIcon();
-    if (!accountController)
-        accountController = std::make_unique<WindowController>(
-            QStringLiteral("ACCOUNT_WC"), QStringLiteral("Account"),
+    if (!accountWindow)
+        accountWindow = std::make_unique<ContentWindow>(
+            QStringLiteral("AccountWindow"), QStringLiteral("Account"),
             moduleViewOrNotice(WindowModule::Account, QStringLiteral("The account login")));
-    accountController->showWindow(sender);
+    accountWindow->showAndRaise();
 }
 
-void AppDelegate::attachMainWindow(ViewController &window)
+void Application::attachMainWindow(MainWindow &window)
 {
     m_mainWindow = &window;
     installMenus(window.menuBar());
-    connect(&window, &ViewController::preferencesNeeded, this, [this] { showPreferences(); });
-    connect(&window, &ViewController::appeared, this, &AppDelegate::applyIcon);
+    connect(&window, &MainWindow::preferencesNeeded, this, [this] { showPreferences(); });
+    connect(&window, &MainWindow::firstFrameDrawn, this, &Application::applyIcon);
 }
 
-void AppDelegate::installMenus(QMenuBar *bar)
+void Application::installMenus(QMenuBar *bar)
 {
     QMenu *appMenu = nullptr;
     for (QAction *top : bar->actions()) {

@@ -1,4 +1,4 @@
-#include "app/Help_ViewController.h"
+#include "app/HelpView.h"
 
 #include "tools/Console.h"
 
@@ -9,15 +9,9 @@
 
 namespace tapedesk {
 
-Help_ViewController::Help_ViewController(QWidget *parent, const QString &manual)
-    : QWidget(parent), m_manual(manual)
+HelpView::HelpView(QWidget *parent, const QString &manual) : QWidget(parent), m_manual(manual)
 {
-    viewDidLoad();
-}
-
-void Help_ViewController::viewDidLoad()
-{
-    setObjectName(QStringLiteral("Help_ViewController"));
+    setObjectName(QStringLiteral("helpView"));
     setAccessibleName(QStringLiteral("TapeDesk manual"));
 
     m_view = new QPdfView(this);
@@ -57,5 +51,5 @@ void Help_ViewController::viewDidLoad()
 // Looked up by name when the help is first opened (app/WindowModules.h).
 extern "C" Q_DECL_EXPORT QWidget *tapedesk_makeHelpView()
 {
-    return new tapedesk::Help_ViewController;
+    return new tapedesk::HelpView;
 }

@@ -7,7 +7,6 @@
 #include <functional>
 #include <optional>
 
-class QAbstractButton;
 class QLabel;
 class QNetworkAccessManager;
 class QPushButton;
@@ -33,16 +32,16 @@ inline const QString defaultPassword = QStringLiteral("TapeDesk-Operator-1");
 // waits for it or reads the token.
 //
 // Threads: the requests go through a QNetworkAccessManager owned by this
-// controller, which lives on the GUI thread; Qt delivers every reply there,
+// view, which lives on the GUI thread; Qt delivers every reply there,
 // so the callbacks, the second request and each write of accessToken happen
 // on the GUI thread, one after another, and need no lock.
-class AuthenticateViewController : public QWidget
+class AccountView : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit AuthenticateViewController(QWidget *parent = nullptr);
-    ~AuthenticateViewController() override;
+    explicit AccountView(QWidget *parent = nullptr);
+    ~AccountView() override;
 
     QString client_id = QStringLiteral("u8jzPde0IgxLd6GncfBAepfJBd0Kh8oO");
     QString secret = QStringLiteral("OL8dKLzdocJ2isAjIhKtJ0RlgLKOmxgJTeKdNnFRIBXuDL7DxtpYlSXpfKtHF4vU");
@@ -51,13 +50,12 @@ public:
     QString accessToken;
     QString userName;
     QString password;
-    QPointer<QLabel> lblStatus;
+    QPointer<QLabel> statusLabel;
 
     QPushButton *loginButton() const { return m_login; }
 
-    void viewDidLoad();
     // Starts the two requests and returns at once.
-    void btnLogin(QAbstractButton *sender = nullptr);
+    void logIn();
 
     // The token endpoint: `domain` + "/oauth/token" (two slashes, as the
     // service has always been called).

@@ -1,7 +1,7 @@
-#include "Preferences/PreferencesWindowController.h"
+#include "Preferences/PreferencesWindow.h"
 
-#include "Preferences/PreferencesViewController.h"
-#include "Preferences/Preferences_ToolsController.h"
+#include "Preferences/AboutToolsPage.h"
+#include "Preferences/ToolPathsPage.h"
 
 #include <QCloseEvent>
 #include <QShowEvent>
@@ -10,12 +10,7 @@
 
 namespace tapedesk {
 
-PreferencesWindowController::PreferencesWindowController(QWidget *parent) : QWidget(parent, Qt::Window)
-{
-    windowDidLoad();
-}
-
-void PreferencesWindowController::windowDidLoad()
+PreferencesWindow::PreferencesWindow(QWidget *parent) : QWidget(parent, Qt::Window)
 {
     setObjectName(QStringLiteral("Preferences"));
     setWindowTitle(QStringLiteral("Preferences"));
@@ -24,8 +19,8 @@ void PreferencesWindowController::windowDidLoad()
     m_tabs = new QTabWidget(this);
     m_tabs->setObjectName(QStringLiteral("preferencesTabs"));
     m_tabs->setAccessibleName(QStringLiteral("Preferences panes"));
-    m_paths = new PreferencesViewController(m_tabs);
-    m_tools = new Preferences_ToolsController(m_tabs);
+    m_paths = new ToolPathsPage(m_tabs);
+    m_tools = new AboutToolsPage(m_tabs);
     m_tabs->addTab(m_paths, QStringLiteral("Paths"));
     m_tabs->addTab(m_tools, QStringLiteral("Tools"));
 
@@ -34,24 +29,24 @@ void PreferencesWindowController::windowDidLoad()
     resize(sizeHint());
 }
 
-void PreferencesWindowController::showWindow(QObject *)
+void PreferencesWindow::showAndRaise()
 {
     show();
     raise();
     activateWindow();
 }
 
-void PreferencesWindowController::showEvent(QShowEvent *event)
+void PreferencesWindow::showEvent(QShowEvent *event)
 {
     // Only when the window comes back from hidden, not when the desktop
     // restores it from a minimised state: unsaved edits are replaced by the
     // paths in use each time the window is brought up anew.
     if (!event->spontaneous())
-        m_paths->viewWillAppear();
+        m_paths->showPathsInUse();
     QWidget::showEvent(event);
 }
 
-void PreferencesWindowController::closeEvent(QCloseEvent *event)
+void PreferencesWindow::closeEvent(QCloseEvent *event)
 {
     event->ignore();
     hide();

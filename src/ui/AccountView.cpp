@@ -1,4 +1,4 @@
-#include "ui/AuthenticateViewController.h"
+#include "ui/AccountView.h"
 
 #include "tools/Console.h"
 #include "tools/SettingsStore.h"
@@ -42,7 +42,7 @@ QString describe(const QNetworkReply *reply)
 
 } // namespace
 
-AuthenticateViewController::AuthenticateViewController(QWidget *parent) : QWidget(parent)
+AccountView::AccountView(QWidget *parent) : QWidget(parent)
 {
     domain = configured(AuthSettings::domainEnv, AuthSettings::domainKey, AuthSettings::defaultDomain);
     // The audience and the endpoint are built by appending to the base, which
@@ -54,20 +54,8 @@ AuthenticateViewController::AuthenticateViewController(QWidget *parent) : QWidge
     password =
         configured(AuthSettings::passwordEnv, AuthSettings::passwordKey, AuthSettings::defaultPassword);
     m_network = new QNetworkAccessManager(this);
-    viewDidLoad();
-}
 
-AuthenticateViewController::~AuthenticateViewController()
-{
-    // Replies aborted by the manager's destruction must not reach a half-
-    // destroyed pane.
-    m_closing = true;
-    delete m_network;
-}
-
-void AuthenticateViewController::viewDidLoad()
-{
-    setObjectName(QStringLiteral("AuthenticateViewController"));
+    setObjectName(QStringLiteral("accountView"));
     setAccessibleName(QStringLiteral("Account login"));
 
     auto *caption = new QLabel(QStringLiteral("Sign in to the TapeDesk account service."), this);
@@ -76,26 +64,34 @@ void AuthenticateViewController::viewDidLoad()
     m_login = new QPushButton(QStringLiteral("Log In"), this);
     m_login->setObjectName(QStringLiteral("btnLogin"));
     m_login->setAccessibleName(QStringLiteral("Log in"));
-    lblStatus = new QLabel(this);
-    lblStatus->setObjectName(QStringLiteral("lblStatus"));
-    lblStatus->setAccessibleDescription(QStringLiteral("Login status"));
+    statusLabel = new QLabel(this);
+    statusLabel->setObjectName(QStringLiteral("lblStatus"));
+    statusLabel->setAccessibleDescription(QStringLiteral("Login status"));
 
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(caption);
     layout->addWidget(m_login, 0, Qt::AlignLeft);
-    layout->addWidget(lblStatus);
+    layout->addWidget(statusLabel);
     layout->addStretch(1);
     resize(360, 140);
 
-    connect(m_login, &QPushButton::clicked, this, [this] { btnLogin(m_login); });
+    connect(m_login, &QPushButton::clicked, this, &AccountView::logIn);
 }
 
-QString AuthenticateViewController::tokenEndpoint() const
+AccountView::~AccountView()
+{
+    // Replies aborted by the manager's destruction must not reach a half-
+    // destroyed pane.
+    m_closing = true;
+    delete m_network;
+}
+
+QString AccountView::tokenEndpoint() const
 {
     return domain + QStringLiteral("/oauth/token");
 }
 
-void AuthenticateViewController::btnLogin(QAbstractButton *)
+void AccountView::logIn()
 {
     // The service reads these bodies as they are: they are not percent-encoded.
     const QString body = QStringLiteral("client_id=") + client_id + QStringLiteral("&client_secret=") +
@@ -109,7 +105,7 @@ void AuthenticateViewController::btnLogin(QAbstractButton *)
     makeHttpRequest(tokenEndpoint(), body, [this](const QString &answer) { firstAnswer(answer); });
 }
 
-void AuthenticateViewController::firstAnswer(const QString &answer)
+void AccountView::firstAnswer(const QString &answer)
 {
     // Without a token the password grant would only be refused; stop here.
     const std::optional<QVariantMap> map = convertToDictionary(answer);
@@ -127,8 +123,8 @@ void AuthenticateViewController::firstAnswer(const QString &answer)
     makeHttpRequest(tokenEndpoint(), body, [](const QString &) {});
 }
 
-void AuthenticateViewController::makeHttpRequest(const QString &url, const QString &params,
-                                                 std::function<void(const QString &)> cb)
+void AccountView::makeHttpRequest(const QString &url, const QString &params,
+                                  std::function<void(const QString &)> cb)
 {
     consoleLine(url);
     const QUrl target(url, QUrl::StrictMode);
@@ -174,7 +170,7 @@ void AuthenticateViewController::makeHttpRequest(const QString &url, const QStri
     });
 }
 
-std::optional<QVariantMap> AuthenticateViewController::convertToDictionary(const QString &str)
+std::optional<QVariantMap> AccountView::convertToDictionary(const QString &str)
 {
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(str.toUtf8(), &error);
@@ -192,5 +188,5 @@ std::optional<QVariantMap> AuthenticateViewController::convertToDictionary(const
 // Looked up by name when the account window is first opened (app/WindowModules.h).
 extern "C" Q_DECL_EXPORT QWidget *tapedesk_makeAccountView()
 {
-    return new tapedesk::AuthenticateViewController;
+    return new tapedesk::AccountView;
 }

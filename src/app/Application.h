@@ -9,33 +9,33 @@ class QMenuBar;
 
 namespace tapedesk {
 
-class PreferencesWindowController;
-class ViewController;
-class WindowController;
+class PreferencesWindow;
+class MainWindow;
+class ContentWindow;
 
 // The application's own windows and menu commands. Each window is created on
 // its first request and kept for the rest of the run; later requests bring
 // the same window back.
-class AppDelegate : public QObject
+class Application : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit AppDelegate(QObject *parent = nullptr);
-    ~AppDelegate() override;
+    explicit Application(QObject *parent = nullptr);
+    ~Application() override;
 
-    std::unique_ptr<PreferencesWindowController> preferencesController;
-    std::unique_ptr<WindowController> helpController;
-    std::unique_ptr<WindowController> eulaController;
-    std::unique_ptr<WindowController> accountController;
+    std::unique_ptr<PreferencesWindow> preferencesWindow;
+    std::unique_ptr<ContentWindow> helpWindow;
+    std::unique_ptr<ContentWindow> licenceWindow;
+    std::unique_ptr<ContentWindow> accountWindow;
 
-    void applicationDidFinishLaunching(QObject *notification = nullptr);
-    void applicationWillTerminate(QObject *notification = nullptr);
+    // Gives a QApplication its look; the icon follows when a window needs it.
+    void applyLook();
 
-    void showPreferences(QObject *sender = nullptr);
-    void showHelp(QObject *sender = nullptr);
-    void showEula(QObject *sender = nullptr);
-    void showAccount(QObject *sender = nullptr);
+    void showPreferences();
+    void showHelp();
+    void showLicence();
+    void showAccount();
 
     // Adds the commands to a window's menu bar. The application menu the
     // window may already have (with its Quit) is reused, so the bar keeps one
@@ -45,7 +45,7 @@ public:
     // Gives the main window its menus and the preferences window: shown when
     // the main window asks for a setup, and every Save reported back to it.
     // Call before the window is shown.
-    void attachMainWindow(ViewController &window);
+    void attachMainWindow(MainWindow &window);
 
     QAction *actionPreferences = nullptr;
     QAction *actionAccount = nullptr;
@@ -59,7 +59,7 @@ private:
     // Gives the application its icon, once.
     void applyIcon();
 
-    QPointer<ViewController> m_mainWindow;
+    QPointer<MainWindow> m_mainWindow;
     bool m_iconPending = false;
 };
 

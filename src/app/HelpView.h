@@ -12,14 +12,12 @@ namespace tapedesk {
 inline const QString kManualResource = QStringLiteral(":/manual/TapeDesk-Manual.pdf");
 
 // The help window's view: the manual as a PDF, scaled to the view's width.
-class Help_ViewController : public QWidget
+class HelpView : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit Help_ViewController(QWidget *parent = nullptr, const QString &manual = kManualResource);
-
-    void viewDidLoad();
+    explicit HelpView(QWidget *parent = nullptr, const QString &manual = kManualResource);
 
     QPdfView *pdfView() const { return m_view; }
     QPdfDocument *document() const { return m_document; }

@@ -1,11 +1,10 @@
-#include "ui/ViewController.h"
+#include "ui/MainWindow.h"
 
-#include "operations/VolumeName.h"
 #include "tools/Console.h"
-#include "tools/HandOff.h"
 #include "tools/ToolPaths.h"
 #include "ui/DriveCell.h"
 #include "ui/DriveTableModel.h"
+#include "ui/InputHold.h"
 #include "ui/LiveOutputView.h"
 #include "ui/OperationWatch.h"
 #include "ui/StatusImages.h"
@@ -18,9 +17,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMenuBar>
-#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -40,47 +37,33 @@ namespace {
 
 // A window that is shown but never drawn (on a desktop nobody looks at)
 // starts its engine after this long instead.
-constexpr int kAppearUndrawnMs = 500;
+constexpr int kUndrawnStartMs = 500;
 
-QEvent::Type appearEvent()
+// Posted by the first paint of a showing.
+QEvent::Type firstFrameEvent()
 {
     static const auto type = static_cast<QEvent::Type>(QEvent::registerEventType());
     return type;
 }
 
-// The stop square of media controls in the caption's own colour: no status
-// colour, since Stop has no outcome of its own. Qt greys it when disabled.
-QIcon stopIcon(const QColor &colour)
-{
-    QPixmap square(16, 16);
-    square.fill(Qt::transparent);
-    QPainter painter(&square);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(colour);
-    painter.drawRoundedRect(QRectF(3, 3, 10, 10), 1.5, 1.5);
-    painter.end();
-    return QIcon(square);
-}
-
 } // namespace
 
-ViewController::ViewController(QWidget *parent) : QMainWindow(parent)
+MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent)
 {
-    setObjectName(QStringLiteral("ViewController"));
+    setObjectName(QStringLiteral("MainWindow"));
     // The window asks with its own dialogs unless a provider is in place.
     if (!hasDialogProvider())
         setDialogProvider(std::make_unique<WidgetDialogs>());
     buildLayout();
     connectActions();
-    connect(&engine, &TapeEngine::preferencesNeeded, this, &ViewController::preferencesNeeded);
+    connect(&engine, &TapeEngine::preferencesNeeded, this, &MainWindow::preferencesNeeded);
 }
 
 // The engine, a member, goes before the widgets: it ends the running tools
 // and waits for its background parts while the widgets they report to exist.
-ViewController::~ViewController() = default;
+MainWindow::~MainWindow() = default;
 
-void ViewController::buildLayout()
+void MainWindow::buildLayout()
 {
     auto *central = new QWidget(this);
     central->setObjectName(QStringLiteral("mainView"));
@@ -119,26 +102,28 @@ void ViewController::buildLayout()
         b->setMinimumWidth(b->sizeHint().width() + 24); // room for the status image
         return b;
     };
-    ui.btnScan = makeButton(QStringLiteral("Scan"), "btnScan");
-    ui.btnMount = makeButton(QStringLiteral("Mount"), "btnMount");
-    ui.btnFormat = makeButton(QStringLiteral("Format"), "btnFormat");
-    ui.btnTest = makeButton(QStringLiteral("Test"), "btnTest");
-    ui.btnHostValidation = makeButton(QStringLiteral("Host Validation"), "btnHostValidation");
-    ui.btnRetriveLog = makeButton(QStringLiteral("Retrieve Log"), "btnRetriveLog");
-    ui.btnUpgrade = makeButton(QStringLiteral("Upgrade"), "btnUpgrade");
-    ui.btnClearPreferences = makeButton(QStringLiteral("Clear Mounted Drives"), "btnClearPreferences");
+    // The object names stay as they were: assistive technology derives the
+    // widgets' ids from them, and scripts that drive the window use those.
+    ui.scanButton = makeButton(QStringLiteral("Scan"), "btnScan");
+    ui.mountButton = makeButton(QStringLiteral("Mount"), "btnMount");
+    ui.formatButton = makeButton(QStringLiteral("Format"), "btnFormat");
+    ui.testButton = makeButton(QStringLiteral("Test"), "btnTest");
+    ui.hostValidationButton = makeButton(QStringLiteral("Host Validation"), "btnHostValidation");
+    ui.retrieveLogButton = makeButton(QStringLiteral("Retrieve Log"), "btnRetriveLog");
+    ui.upgradeButton = makeButton(QStringLiteral("Upgrade"), "btnUpgrade");
+    ui.clearMountedDrivesButton = makeButton(QStringLiteral("Clear Mounted Drives"), "btnClearPreferences");
 
-    ui.lblMount = new QLabel(QStringLiteral("MOUNT"), central);
-    ui.lblMount->setObjectName(QStringLiteral("lblMount"));
+    ui.mountLabel = new QLabel(QStringLiteral("MOUNT"), central);
+    ui.mountLabel->setObjectName(QStringLiteral("lblMount"));
     // A screen reader reads the caption itself (kept so by setMountCaption);
     // what it is for goes into the description.
-    ui.lblMount->setAccessibleName(ui.lblMount->text());
-    ui.lblMount->setAccessibleDescription(QStringLiteral("Mount Action"));
-    ui.lblMount->setAlignment(Qt::AlignCenter);
-    ui.lblMount->setMinimumWidth(90);
-    QFont labelFont = ui.lblMount->font();
+    ui.mountLabel->setAccessibleName(ui.mountLabel->text());
+    ui.mountLabel->setAccessibleDescription(QStringLiteral("Mount Action"));
+    ui.mountLabel->setAlignment(Qt::AlignCenter);
+    ui.mountLabel->setMinimumWidth(90);
+    QFont labelFont = ui.mountLabel->font();
     labelFont.setBold(true);
-    ui.lblMount->setFont(labelFont);
+    ui.mountLabel->setFont(labelFont);
 
     auto group = [&](const QString &title, std::initializer_list<QWidget *> widgets) {
         auto *box = new QGroupBox(title, central);
@@ -154,70 +139,71 @@ void ViewController::buildLayout()
     // diagnostics (which want a blank tape) below them.
     auto *everyday = new QHBoxLayout;
     everyday->setSpacing(10);
-    everyday->addWidget(group(QStringLiteral("Drives"), {ui.btnScan}));
-    everyday->addWidget(group(QStringLiteral("Tape"), {ui.btnMount, ui.lblMount, ui.btnFormat}));
+    everyday->addWidget(group(QStringLiteral("Drives"), {ui.scanButton}));
+    everyday->addWidget(group(QStringLiteral("Tape"), {ui.mountButton, ui.mountLabel, ui.formatButton}));
     everyday->addStretch(1);
     right->addLayout(everyday);
 
     auto *diagnostics = new QHBoxLayout;
     diagnostics->setSpacing(10);
-    diagnostics->addWidget(group(QStringLiteral("Diagnostics"),
-                                 {ui.btnTest, ui.btnHostValidation, ui.btnRetriveLog, ui.btnUpgrade}));
+    diagnostics->addWidget(group(QStringLiteral("Diagnostics"), {ui.testButton, ui.hostValidationButton,
+                                                                 ui.retrieveLogButton, ui.upgradeButton}));
     diagnostics->addStretch(1);
-    diagnostics->addWidget(ui.btnClearPreferences, 0, Qt::AlignBottom);
+    diagnostics->addWidget(ui.clearMountedDrivesButton, 0, Qt::AlignBottom);
     right->addLayout(diagnostics);
 
-    ui.progressIndicator = new QProgressBar(central);
-    ui.progressIndicator->setObjectName(QStringLiteral("progressIndicator"));
-    ui.progressIndicator->setAccessibleName(QStringLiteral("Progress"));
-    ui.progressIndicator->setRange(0, 0); // busy, not a percentage
-    ui.progressIndicator->setTextVisible(false);
-    ui.progressIndicator->setMaximumHeight(8);
-    QSizePolicy keep = ui.progressIndicator->sizePolicy();
+    ui.progressBar = new QProgressBar(central);
+    ui.progressBar->setObjectName(QStringLiteral("progressIndicator"));
+    ui.progressBar->setAccessibleName(QStringLiteral("Progress"));
+    ui.progressBar->setRange(0, 0); // busy, not a percentage
+    ui.progressBar->setTextVisible(false);
+    ui.progressBar->setMaximumHeight(8);
+    QSizePolicy keep = ui.progressBar->sizePolicy();
     keep.setRetainSizeWhenHidden(true);
-    ui.progressIndicator->setSizePolicy(keep);
-    ui.progressIndicator->hide();
+    ui.progressBar->setSizePolicy(keep);
+    ui.progressBar->hide();
     // No status image: Stop ends whatever runs and has no outcome of its own.
-    ui.btnStop = new QPushButton(QStringLiteral("Stop"), central);
-    ui.btnStop->setObjectName(QStringLiteral("btnStop"));
-    ui.btnStop->setAccessibleName(QStringLiteral("Stop"));
-    ui.btnStop->setAccessibleDescription(QStringLiteral("Ends the running tool (Escape)"));
-    ui.btnStop->setToolTip(QStringLiteral("Ends the running tool (Esc)"));
-    ui.btnStop->setShortcut(QKeySequence(Qt::Key_Escape));
-    ui.btnStop->setIcon(stopIcon(ui.btnStop->palette().color(QPalette::ButtonText)));
+    ui.stopButton = new QPushButton(QStringLiteral("Stop"), central);
+    ui.stopButton->setObjectName(QStringLiteral("btnStop"));
+    ui.stopButton->setAccessibleName(QStringLiteral("Stop"));
+    ui.stopButton->setAccessibleDescription(QStringLiteral("Ends the running tool (Escape)"));
+    ui.stopButton->setToolTip(QStringLiteral("Ends the running tool (Esc)"));
+    ui.stopButton->setShortcut(QKeySequence(Qt::Key_Escape));
+    ui.stopButton->setIcon(StatusImages::stopIcon(ui.stopButton->palette().color(QPalette::ButtonText)));
     // Reached by Tab, but a click leaves the focus where it was.
-    ui.btnStop->setFocusPolicy(Qt::TabFocus);
-    ui.btnStop->setFixedHeight(24);
-    ui.btnStop->setMinimumWidth(80);
+    ui.stopButton->setFocusPolicy(Qt::TabFocus);
+    ui.stopButton->setFixedHeight(24);
+    ui.stopButton->setMinimumWidth(80);
     QSizePolicy keepStop(QSizePolicy::Fixed, QSizePolicy::Fixed);
     keepStop.setRetainSizeWhenHidden(true);
-    ui.btnStop->setSizePolicy(keepStop);
-    ui.btnStop->hide();
+    ui.stopButton->setSizePolicy(keepStop);
+    ui.stopButton->hide();
+    m_inputHold = new InputHold(ui.stopButton, this);
     m_watch = new OperationWatch(engine, this);
     auto *progressRow = new QHBoxLayout;
     progressRow->setSpacing(10);
     progressRow->addWidget(m_watch->elapsedLabel());
-    progressRow->addWidget(ui.progressIndicator, 1, Qt::AlignVCenter);
-    progressRow->addWidget(ui.btnStop);
+    progressRow->addWidget(ui.progressBar, 1, Qt::AlignVCenter);
+    progressRow->addWidget(ui.stopButton);
     right->addLayout(progressRow);
 
-    ui.rightScrollView = new QPlainTextEdit(central);
-    ui.rightScrollView->setObjectName(QStringLiteral("rightScrollView"));
-    ui.rightScrollView->setAccessibleName(QStringLiteral("Output"));
-    ui.rightScrollView->setReadOnly(true);
-    ui.rightScrollView->setUndoRedoEnabled(false);
-    ui.rightScrollView->setLineWrapMode(QPlainTextEdit::WidgetWidth);
-    QPalette pane = ui.rightScrollView->palette();
+    ui.transcript = new QPlainTextEdit(central);
+    ui.transcript->setObjectName(QStringLiteral("rightScrollView"));
+    ui.transcript->setAccessibleName(QStringLiteral("Output"));
+    ui.transcript->setReadOnly(true);
+    ui.transcript->setUndoRedoEnabled(false);
+    ui.transcript->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    QPalette pane = ui.transcript->palette();
     pane.setColor(QPalette::Base, QColor(0x12, 0x14, 0x18));
     pane.setColor(QPalette::Text, Qt::white);
-    ui.rightScrollView->setPalette(pane);
+    ui.transcript->setPalette(pane);
     // The transcript is the first of the views that share the pane's room;
     // the others show more of the same operation or drive.
     ui.paneTabs = new QTabWidget(central);
     ui.paneTabs->setObjectName(QStringLiteral("paneTabs"));
     ui.paneTabs->setAccessibleName(QStringLiteral("Views"));
     ui.paneTabs->setDocumentMode(true);
-    ui.paneTabs->addTab(ui.rightScrollView, QStringLiteral("Transcript"));
+    ui.paneTabs->addTab(ui.transcript, QStringLiteral("Transcript"));
     ui.paneTabs->addTab(m_watch->liveView(), QStringLiteral("Tool Output"));
     // The volume's view takes this place once the first frame is on screen
     // (volumeView()): measured for the first layout, it held that frame back.
@@ -242,62 +228,54 @@ void ViewController::buildLayout()
     setFixedSize(1100, 700);
 }
 
-void ViewController::connectActions()
+void MainWindow::connectActions()
 {
-    auto bind = [this](QPushButton *b, void (ViewController::*action)(QAbstractButton *)) {
-        connect(b, &QPushButton::clicked, this, [this, b, action] { (this->*action)(b); });
-    };
-    bind(ui.btnScan, &ViewController::btnScan);
-    bind(ui.btnMount, &ViewController::btnMount);
-    bind(ui.btnRetriveLog, &ViewController::btnRetrieveLog);
-    bind(ui.btnTest, &ViewController::btnRunTest);
-    bind(ui.btnUpgrade, &ViewController::btnUpgrade);
-    bind(ui.btnHostValidation, &ViewController::btnHostValidation);
-    bind(ui.btnFormat, &ViewController::btnFormat);
-    bind(ui.btnClearPreferences, &ViewController::btnClearPreferences);
-    bind(ui.btnStop, &ViewController::btnStop);
+    connect(ui.scanButton, &QPushButton::clicked, this, &MainWindow::scan);
+    connect(ui.mountButton, &QPushButton::clicked, this, &MainWindow::mount);
+    connect(ui.retrieveLogButton, &QPushButton::clicked, this, &MainWindow::retrieveLog);
+    connect(ui.testButton, &QPushButton::clicked, this, &MainWindow::runTest);
+    connect(ui.upgradeButton, &QPushButton::clicked, this, &MainWindow::upgrade);
+    connect(ui.hostValidationButton, &QPushButton::clicked, this, &MainWindow::validateHost);
+    connect(ui.formatButton, &QPushButton::clicked, this, &MainWindow::format);
+    connect(ui.clearMountedDrivesButton, &QPushButton::clicked, this, &MainWindow::clearMountedDrives);
+    connect(ui.stopButton, &QPushButton::clicked, this, &MainWindow::stop);
     connect(ui.tableView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            [this] { tableViewSelectionDidChange(); });
+            &MainWindow::driveSelectionChanged);
 }
 
-void ViewController::viewDidLoad(const QStringList &launchArguments)
-{
-    applyLaunchArguments(launchArguments);
-}
-
-void ViewController::showEvent(QShowEvent *event)
+void MainWindow::showEvent(QShowEvent *event)
 {
     QMainWindow::showEvent(event);
     if (event->spontaneous())
         return;
     // The engine starts once the first frame is on screen: the scan's child
     // processes and the journal would otherwise hold that frame back.
-    m_appearing = true;
-    QTimer::singleShot(kAppearUndrawnMs, this, [this] {
-        if (m_appearing)
-            viewDidAppear();
+    m_awaitingFirstFrame = true;
+    QTimer::singleShot(kUndrawnStartMs, this, [this] {
+        if (m_awaitingFirstFrame)
+            startAfterFirstFrame();
     });
 }
 
-void ViewController::paintEvent(QPaintEvent *event)
+void MainWindow::paintEvent(QPaintEvent *event)
 {
     QMainWindow::paintEvent(event);
     // The whole frame is drawn in this pass, child widgets after the window;
     // a low priority lets what the frame itself queued go first.
-    if (m_appearing)
-        QCoreApplication::postEvent(this, new QEvent(appearEvent()), Qt::LowEventPriority);
+    if (m_awaitingFirstFrame)
+        QCoreApplication::postEvent(this, new QEvent(firstFrameEvent()), Qt::LowEventPriority);
 }
 
-bool ViewController::event(QEvent *event)
+bool MainWindow::event(QEvent *event)
 {
-    if (event->type() != appearEvent())
+    if (event->type() != firstFrameEvent())
         return QMainWindow::event(event);
-    if (m_appearing)
-        viewDidAppear();
+    if (m_awaitingFirstFrame)
+        startAfterFirstFrame();
     return true;
 }
 
-VolumeDetailsView *ViewController::volumeView()
+VolumeDetailsView *MainWindow::volumeView()
 {
     if (!m_volumeView) {
         m_volumeView = new VolumeDetailsView(engine);
@@ -313,9 +291,9 @@ VolumeDetailsView *ViewController::volumeView()
     return m_volumeView;
 }
 
-void ViewController::viewDidAppear()
+void MainWindow::startAfterFirstFrame()
 {
-    m_appearing = false;
+    m_awaitingFirstFrame = false;
     volumeView();
     if (!m_paneFontsSet) {
         // The panes are empty in the first frame, and finding the monospaced
@@ -327,76 +305,64 @@ void ViewController::viewDidAppear()
         QFont mono(QStringLiteral("monospace"));
         mono.setStyleHint(QFont::TypeWriter);
         mono.setPointSize(10);
-        ui.rightScrollView->setFont(mono);
+        ui.transcript->setFont(mono);
         m_watch->liveView()->setFont(mono);
     }
-    Q_EMIT appeared();
+    Q_EMIT firstFrameDrawn();
     engine.start();
 }
 
-void ViewController::preferencesSaved()
+void MainWindow::preferencesSaved()
 {
     engine.preferencesSaved();
 }
 
-void ViewController::btnScan(QAbstractButton *)
+void MainWindow::scan()
 {
     engine.perform(Action::Scan);
 }
 
-void ViewController::btnMount(QAbstractButton *)
+void MainWindow::mount()
 {
     engine.perform(Action::Mount);
 }
 
-void ViewController::btnFormat(QAbstractButton *)
+void MainWindow::format()
 {
     engine.perform(Action::Format);
 }
 
-void ViewController::btnUpgrade(QAbstractButton *)
+void MainWindow::upgrade()
 {
     engine.perform(Action::Upgrade);
 }
 
-void ViewController::btnRetrieveLog(QAbstractButton *)
+void MainWindow::retrieveLog()
 {
     engine.perform(Action::RetrieveLog);
 }
 
-void ViewController::btnRunTest(QAbstractButton *)
+void MainWindow::runTest()
 {
     engine.perform(Action::Test);
 }
 
-void ViewController::btnHostValidation(QAbstractButton *)
+void MainWindow::validateHost()
 {
     engine.perform(Action::HostValidation);
 }
 
-void ViewController::btnClearPreferences(QAbstractButton *)
+void MainWindow::clearMountedDrives()
 {
     engine.perform(Action::ClearMountedDrives);
 }
 
-void ViewController::btnStop(QAbstractButton *)
+void MainWindow::stop()
 {
     engine.stop();
 }
 
-void ViewController::controlTextDidChange(QLineEdit *field)
-{
-    if (!field)
-        return;
-    // One character per change: a longer text pasted at once loses only its
-    // last character. A field wired to this uses textEdited, which this
-    // setText does not raise again.
-    const QString text = field->text();
-    if (graphemeCount(text) >= 4)
-        field->setText(withoutLastGrapheme(text));
-}
-
-void ViewController::tableViewSelectionDidChange()
+void MainWindow::driveSelectionChanged()
 {
     const QModelIndexList rows = ui.tableView->selectionModel()->selectedRows();
     const int row = rows.isEmpty() ? -1 : rows.constFirst().row();
@@ -405,38 +371,38 @@ void ViewController::tableViewSelectionDidChange()
         engine.selectDrive(m_model->driveAt(row));
 }
 
-QPushButton *ViewController::buttonFor(Action action) const
+QPushButton *MainWindow::buttonFor(Action action) const
 {
     switch (action) {
     case Action::Scan:
-        return ui.btnScan;
+        return ui.scanButton;
     case Action::Mount:
     case Action::Recover: // asked for by the mount, and judged with it
-        return ui.btnMount;
+        return ui.mountButton;
     case Action::Format:
-        return ui.btnFormat;
+        return ui.formatButton;
     case Action::Test:
-        return ui.btnTest;
+        return ui.testButton;
     case Action::HostValidation:
-        return ui.btnHostValidation;
+        return ui.hostValidationButton;
     case Action::RetrieveLog:
-        return ui.btnRetriveLog;
+        return ui.retrieveLogButton;
     case Action::Upgrade:
-        return ui.btnUpgrade;
+        return ui.upgradeButton;
     case Action::ClearMountedDrives:
-        return ui.btnClearPreferences;
+        return ui.clearMountedDrivesButton;
     }
     return nullptr;
 }
 
-void ViewController::clearPane()
+void MainWindow::clearPane()
 {
-    ui.rightScrollView->clear();
+    ui.transcript->clear();
 }
 
-void ViewController::appendToPane(const QString &text)
+void MainWindow::appendToPane(const QString &text)
 {
-    QPlainTextEdit *pane = ui.rightScrollView;
+    QPlainTextEdit *pane = ui.transcript;
     QTextCursor cursor(pane->document());
     cursor.movePosition(QTextCursor::End);
     QTextCharFormat white;
@@ -445,7 +411,7 @@ void ViewController::appendToPane(const QString &text)
     pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
 }
 
-void ViewController::setStatus(Action action, int status)
+void MainWindow::setStatus(Action action, int status)
 {
     QPushButton *button = buttonFor(action);
     button->setIcon(StatusImages::icon(status));
@@ -460,91 +426,57 @@ void ViewController::setStatus(Action action, int status)
     button->setProperty("statusImage", StatusImages::imageName(status));
 }
 
-void ViewController::setMountCaption(const QString &caption)
+void MainWindow::setMountCaption(const QString &caption)
 {
-    ui.lblMount->setText(caption);
+    ui.mountLabel->setText(caption);
     // Named by its text, so a screen reader says what Mount does now; an
     // unchanged caption is not announced twice.
-    if (ui.lblMount->accessibleName() != caption)
-        ui.lblMount->setAccessibleName(caption);
+    if (ui.mountLabel->accessibleName() != caption)
+        ui.mountLabel->setAccessibleName(caption);
 }
 
-void ViewController::progressStarted()
+void MainWindow::progressStarted()
 {
     enableActions(false);
-    ui.progressIndicator->show();
-    ui.btnStop->show();
+    ui.progressBar->show();
+    ui.stopButton->show();
     m_watch->progressShown(true);
 }
 
-void ViewController::progressEnded()
+void MainWindow::progressEnded()
 {
     enableActions(true);
-    ui.progressIndicator->hide();
-    ui.btnStop->hide();
+    ui.progressBar->hide();
+    ui.stopButton->hide();
+    m_inputHold = new InputHold(ui.stopButton, this);
     m_watch->progressShown(false);
 }
 
-void ViewController::toolStarted(const QString &program, const QStringList &arguments)
+void MainWindow::toolStarted(const QString &program, const QStringList &arguments)
 {
     m_watch->liveView()->showToolStarted(program, arguments);
 }
 
-void ViewController::toolOutput(OutputStream stream, QByteArrayView chunk)
+void MainWindow::toolOutput(OutputStream stream, QByteArrayView chunk)
 {
     m_watch->liveView()->showOutput(stream, chunk);
 }
 
-bool ViewController::holdInputButStop(bool held)
+bool MainWindow::holdInputButStop(bool held)
 {
-    m_inputHolds += held ? 1 : -1;
-    if (held && m_inputHolds == 1)
-        qApp->installEventFilter(this);
-    else if (!held && m_inputHolds == 0)
-        qApp->removeEventFilter(this);
+    m_inputHold->setHeld(held);
     return true;
 }
 
-bool ViewController::eventFilter(QObject *watched, QEvent *event)
+void MainWindow::enableActions(bool enabled)
 {
-    seeHandOff(event);
-    switch (event->type()) {
-    case QEvent::MouseButtonPress:
-    case QEvent::MouseButtonRelease:
-    case QEvent::MouseButtonDblClick:
-    case QEvent::Wheel:
-    case QEvent::KeyPress:
-    case QEvent::KeyRelease:
-    case QEvent::Shortcut:
-    case QEvent::ContextMenu:
-    case QEvent::TouchBegin:
-    case QEvent::TouchUpdate:
-    case QEvent::TouchEnd:
-    case QEvent::InputMethod:
-        break;
-    default:
-        return false;
-    }
-    // A window hands its input on to the widget under it, which is judged here.
-    auto *widget = qobject_cast<QWidget *>(watched);
-    if (!widget && watched->isWindowType())
-        return false;
-    if (widget == ui.btnStop)
-        return false;
-    // The stop's own question about mkltfs.
-    QWidget *modal = QApplication::activeModalWidget();
-    return !(widget && modal && (widget == modal || modal->isAncestorOf(widget)));
-}
-
-void ViewController::enableActions(bool enabled)
-{
-    for (QWidget *w :
-         std::initializer_list<QWidget *>{ui.btnScan, ui.btnMount, ui.btnRetriveLog, ui.btnTest,
-                                          ui.btnHostValidation, ui.btnUpgrade, ui.btnFormat, ui.tableView})
+    for (QWidget *w : std::initializer_list<QWidget *>{ui.scanButton, ui.mountButton, ui.retrieveLogButton,
+                                                       ui.testButton, ui.hostValidationButton,
+                                                       ui.upgradeButton, ui.formatButton, ui.tableView})
         w->setEnabled(enabled);
 }
 
-void ViewController::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected)
+void MainWindow::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected)
 {
     m_model->reload(drives);
     // A reload clears the view's highlight while the selection stays; show
@@ -557,7 +489,7 @@ void ViewController::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr
     }
 }
 
-void ViewController::volumeDetailsChanged(const VolumeReport &report)
+void MainWindow::volumeDetailsChanged(const VolumeReport &report)
 {
     volumeView()->showReport(report);
 }

@@ -1,4 +1,4 @@
-#include "app/Eula_ViewController.h"
+#include "app/LicenceView.h"
 
 #include "tools/Console.h"
 #include "tools/SettingsStore.h"
@@ -8,14 +8,9 @@
 
 namespace tapedesk {
 
-Eula_ViewController::Eula_ViewController(QWidget *parent) : QWidget(parent)
+LicenceView::LicenceView(QWidget *parent) : QWidget(parent)
 {
-    viewDidLoad();
-}
-
-void Eula_ViewController::viewDidLoad()
-{
-    setObjectName(QStringLiteral("Eula_ViewController"));
+    setObjectName(QStringLiteral("licenceView"));
     setAccessibleName(QStringLiteral("Licence agreement"));
 
     m_text = new QTextBrowser(this);
@@ -31,7 +26,7 @@ void Eula_ViewController::viewDidLoad()
         consoleLine(QStringLiteral("Could not record EULA_AGREED in ") + SettingsStore::fileName());
 }
 
-QString Eula_ViewController::licenceText()
+QString LicenceView::licenceText()
 {
     return QStringLiteral(R"(<h2>TapeDesk End-User Licence Agreement</h2>
 <p>Please read this agreement before you use TapeDesk. By using TapeDesk you accept it.</p>

@@ -1,18 +1,13 @@
-#include "Preferences/Preferences_ToolsController.h"
+#include "Preferences/AboutToolsPage.h"
 
 #include <QLabel>
 #include <QVBoxLayout>
 
 namespace tapedesk {
 
-Preferences_ToolsController::Preferences_ToolsController(QWidget *parent) : QWidget(parent)
+AboutToolsPage::AboutToolsPage(QWidget *parent) : QWidget(parent)
 {
-    viewDidLoad();
-}
-
-void Preferences_ToolsController::viewDidLoad()
-{
-    setObjectName(QStringLiteral("Preferences_ToolsController"));
+    setObjectName(QStringLiteral("aboutToolsPage"));
     setAccessibleName(QStringLiteral("About the tools"));
 
     auto *about = new QLabel(this);

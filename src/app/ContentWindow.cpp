@@ -1,10 +1,10 @@
-#include "app/WindowController.h"
+#include "app/ContentWindow.h"
 
 #include <QVBoxLayout>
 
 namespace tapedesk {
 
-WindowController::WindowController(const QString &identifier, const QString &title, QWidget *content)
+ContentWindow::ContentWindow(const QString &identifier, const QString &title, QWidget *content)
     : QWidget(nullptr, Qt::Window), m_content(content)
 {
     setObjectName(identifier);
@@ -15,7 +15,7 @@ WindowController::WindowController(const QString &identifier, const QString &tit
     layout->addWidget(content);
 }
 
-void WindowController::showWindow(QObject *)
+void ContentWindow::showAndRaise()
 {
     show();
     raise();

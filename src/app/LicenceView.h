@@ -11,14 +11,12 @@ inline const QString EULA_AGREED_KEY = QStringLiteral("EULA_AGREED");
 
 // The licence agreement. Showing it is what counts: the flag is written each
 // time the view is loaded.
-class Eula_ViewController : public QWidget
+class LicenceView : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit Eula_ViewController(QWidget *parent = nullptr);
-
-    void viewDidLoad();
+    explicit LicenceView(QWidget *parent = nullptr);
 
     static QString licenceText();
     QTextBrowser *textView() const { return m_text; }
