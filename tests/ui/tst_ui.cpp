@@ -309,6 +309,37 @@ private Q_SLOTS:
                             "In Progress", "Complete"}));
     }
 
+    // A mount cancelled at its question leaves the Mount button as it was:
+    // nothing ran, so nothing is in progress, let alone complete.
+    void cancelledMountLeavesItsButton()
+    {
+        MainWindow mainWindow;
+        QStringList heard;
+        struct Reader : QObject
+        {
+            QStringList *heard = nullptr;
+            bool eventFilter(QObject *watched, QEvent *event) override
+            {
+                if (event->type() == QEvent::DynamicPropertyChange)
+                    *heard << accessibleText(watched, QAccessible::Description);
+                return false;
+            }
+        } reader;
+        reader.heard = &heard;
+        selectDrive(mainWindow);
+        QVERIFY(waitForIdle(mainWindow));
+        const QString before = accessibleText(mainWindow.ui.mountButton, QAccessible::Description);
+        mainWindow.ui.mountButton->installEventFilter(&reader);
+        DialogScript script;
+        script.press(QStringLiteral("Cancel"));
+        mainWindow.mount();
+        QVERIFY(waitForIdle(mainWindow));
+        QCOMPARE(script.seen().size(), 1);
+        QCOMPARE(script.seen()[0].title, QStringLiteral("Mount Tape"));
+        QCOMPARE(heard, QStringList());
+        QCOMPARE(accessibleText(mainWindow.ui.mountButton, QAccessible::Description), before);
+    }
+
     void questions_data()
     {
         // A name asked for (default "KT1234"), or a choice between `typed`
