@@ -11,6 +11,9 @@ namespace tapedesk {
 // different threads never interleave.
 void consoleLine(QStringView text);
 void consoleLine(QByteArrayView utf8);
+// A line of any length, encoded piece by piece: a tool's whole output goes
+// out without a second copy of it in memory.
+void consoleText(QStringView text);
 
 // Where the console goes: standard output (the window's default), standard
 // error, or nowhere (nullptr). A command line keeps its standard output for

@@ -28,6 +28,9 @@ namespace {
 // chatty tools by sixteen; the kernel may refuse, which is harmless.
 constexpr int kPipeSize = 1 << 20;
 constexpr qsizetype kMinRead = qsizetype(64) * 1024;
+// What a run that keeps nothing reads at once: a quarter of the pipe, small
+// enough to stay in the cache between the read and the caller's use of it.
+constexpr qsizetype kScratch = qsizetype(256) * 1024;
 // How often a run under a StopWatch looks at its stop.
 constexpr int kStopCheckMs = 50;
 
@@ -186,21 +189,36 @@ struct Pipe
 };
 
 // Reads into one buffer that grows geometrically, straight from the pipe into
-// its free tail: no intermediate copies and O(n) in total.
+// its free tail: no intermediate copies and O(n) in total. A collector that
+// keeps nothing reads every chunk into the same small buffer instead, which
+// stays in the cache: its caller takes the bytes as they pass.
 struct Collector
 {
+    bool keep = true;
     QByteArray buffer;
     qsizetype length = 0;
 
     char *reserveTail()
     {
+        if (!keep) {
+            if (buffer.isEmpty())
+                buffer.resize(kScratch);
+            return buffer.data();
+        }
         if (buffer.size() - length < kMinRead)
             buffer.resize(std::max<qsizetype>(buffer.size() * 2, length + kMinRead));
         return buffer.data() + length;
     }
-    qsizetype tailSize() const { return buffer.size() - length; }
+    qsizetype tailSize() const { return keep ? buffer.size() - length : buffer.size(); }
+    void advance(qsizetype got)
+    {
+        if (keep)
+            length += got;
+    }
     QByteArray take()
     {
+        if (!keep)
+            return {};
         buffer.truncate(length);
         return std::move(buffer);
     }
@@ -215,7 +233,7 @@ std::string encode(const QString &s)
 } // namespace
 
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
-                         const ChunkObserver &observer, int timeoutMs)
+                         const ChunkObserver &observer, int timeoutMs, Keep keep)
 {
     ProcessResult result;
     const std::atomic<bool> *stop = tl_stop;
@@ -282,6 +300,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
 
     Collector out;
     Collector err;
+    out.keep = err.keep = keep == Keep::Output;
     pollfd fds[2];
     int openCount = 0;
     fds[openCount++] = {outPipe.fd[0], POLLIN, 0};
@@ -342,9 +361,8 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, S
             } while (got < 0 && errno == EINTR);
             if (got > 0) {
                 if (observer)
-                    observer(i == 0 ? OutputStream::Stdout : OutputStream::Stderr,
-                             QByteArrayView(c.buffer.constData() + c.length, got));
-                c.length += got;
+                    observer(i == 0 ? OutputStream::Stdout : OutputStream::Stderr, QByteArrayView(tail, got));
+                c.advance(got);
             } else if (got == 0 || errno != EAGAIN) {
                 fds[i].fd = -1; // end of file (or a read error, which ends the stream too)
             }

@@ -20,6 +20,10 @@ enum class StreamMode {
     StdoutOnly, // stderr is left to the child (inherited from this process)
 };
 
+// Whether a run keeps what the child wrote, or only hands it to its observer
+// as it passes (the caller keeps what it needs of it).
+enum class Keep { Output, Nothing };
+
 struct ProcessResult
 {
     bool started = false; // false: nothing ran (missing, not executable, a folder, bad interpreter)
@@ -42,7 +46,7 @@ struct ProcessResult
 // that time the exit status is waited for, so it is known whenever the child
 // ended by itself.
 ProcessResult runProcess(const QString &program, const QStringList &arguments, StreamMode mode,
-                         const ChunkObserver &observer = {}, int timeoutMs = -1);
+                         const ChunkObserver &observer = {}, int timeoutMs = -1, Keep keep = Keep::Output);
 
 // A stop that the runs started on this thread obey while the watch lives: once
 // `stop` is set, a run not yet started starts nothing (ProcessResult::started
