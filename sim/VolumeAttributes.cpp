@@ -1,5 +1,6 @@
 // What a mounted volume tells about itself. The real ltfs answers these from
 // its index and the drive's cartridge memory; here they come from the state.
+#include "LtfsLines.h"
 #include "Tool.h"
 
 #include <algorithm>
@@ -23,19 +24,6 @@ long long capacityMb(const std::string &model)
                                   : model.find('8') != std::string::npos ? 12'000'000'000'000LL
                                                                          : 3'000'000'000LL;
     return nativeBytes / 100 * 97 / kMegabyte;
-}
-
-// A stable UUID per cartridge and format, as the one mkltfs wrote.
-std::string uuidOf(const DriveState &d)
-{
-    unsigned long long h = 14695981039346656037ULL; // FNV-1a
-    for (const char c : d.serial + d.cartridge.barcode + d.cartridge.volume + d.cartridge.formattedAt)
-        h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
-    const unsigned long long g = h * 6364136223846793005ULL + 1442695040888963407ULL;
-    char text[40];
-    std::snprintf(text, sizeof text, "%08llx-%04llx-4%03llx-a%03llx-%012llx", h >> 32, (h >> 16) & 0xffff,
-                  h & 0xfff, (g >> 52) & 0xfff, g & 0xffffffffffffULL);
-    return text;
 }
 
 const char *const kNames[] = {"volumeName",
@@ -63,7 +51,7 @@ void publishVolumeAttributes(const std::string &point, const DriveState &drive)
                                   barcode,
                                   uuidOf(drive),
                                   c.formattedAt,
-                                  "1",
+                                  std::to_string(c.generation),
                                   "a:5",
                                   std::to_string(total),
                                   std::to_string(std::max(0LL, total - 3 - c.usedMb)),

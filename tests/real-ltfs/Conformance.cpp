@@ -49,7 +49,10 @@ void prepareReal(Library &library, const QStringList &setup)
     QDir().mkpath(library.cartridge(name));
     if (setup.contains(QStringLiteral("blank")))
         return;
-    QVERIFY(!library.format(name, QStringLiteral("RLTC01"), QStringLiteral("RLTC01")).isEmpty());
+    const bool unnamed = setup.contains(QStringLiteral("unnamed"));
+    QVERIFY(!library.format(name, unnamed ? QString() : QStringLiteral("RLTC01"),
+                            unnamed ? QString() : QStringLiteral("VOLC01"))
+                 .isEmpty());
     if (setup.contains(QStringLiteral("killed"))) {
         // Data written after the last index, then the daemon gone without writing one.
         const QString point = mountPoint(name);
@@ -79,8 +82,10 @@ QString prepareSimulator(const QStringList &setup)
                        "loaded = yes\ncartridge = yes\n";
     if (setup.contains(QStringLiteral("blank")))
         drive += "formatted = no\n";
+    else if (setup.contains(QStringLiteral("unnamed")))
+        drive += "formatted = yes\nformatted-at = 2026-11-24T10:00:00.000000000Z\n";
     else
-        drive += "barcode = RLTC01\nvolume = RLTC01\nformatted = yes\n";
+        drive += "barcode = RLTC01\nvolume = VOLC01\nformatted = yes\nformatted-at = 2026-11-24T10:00:00.000000000Z\n";
     if (setup.contains(QStringLiteral("killed")))
         drive += "consistent = no\n";
     QFile state(home + QStringLiteral("/state.ini"));
@@ -136,21 +141,24 @@ void addConformanceCases()
     const auto row = [](const char *tag, const char *setup, const char *command) {
         QTest::newRow(tag) << QString::fromLatin1(setup).split(QLatin1Char(' ')) << QString::fromLatin1(command);
     };
-    const char *format = "mkltfs --device=DEV --tape-serial=RLTC02 --volume-name=RLTC02";
+    const char *format = "mkltfs --device=DEV --tape-serial=RLTC02 --volume-name=VOLC02";
     row("mkltfs: a blank cartridge", "blank", format);
     row("mkltfs: a formatted one, not forced", "formatted", format);
     row("mkltfs: a formatted one, forced", "formatted",
-        "mkltfs --device=DEV --force --tape-serial=RLTC02 --volume-name=RLTC02");
+        "mkltfs --device=DEV --force --tape-serial=RLTC02 --volume-name=VOLC02");
+    row("mkltfs: no serial, no name", "blank", "mkltfs --device=DEV");
     row("mkltfs: a serial too short", "blank", "mkltfs --device=DEV --tape-serial=RL02 --volume-name=RLTC02");
     row("mkltfs: a serial in lower case", "blank", "mkltfs --device=DEV --tape-serial=rltc02 --volume-name=RLTC02");
     row("ltfs: a formatted cartridge, ejected at the end", "formatted", "ltfs POINT -o devname=DEV -o eject");
     row("ltfs: a formatted cartridge, kept loaded", "formatted", "ltfs POINT -o devname=DEV");
+    row("ltfs: formatted without a serial or a name", "unnamed", "ltfs POINT -o devname=DEV -o eject");
     row("ltfs: a blank cartridge", "blank", "ltfs POINT -o devname=DEV -o eject");
     row("ltfs: files in the mount point", "formatted stray", "ltfs POINT -o devname=DEV -o eject");
     row("ltfs: the daemon was killed", "killed", "ltfs POINT -o devname=DEV -o eject");
     row("ltfsck: the daemon was killed", "killed", "ltfsck DEV");
     row("ltfsck: a consistent volume", "formatted", "ltfsck DEV");
     row("ltfsck: a blank cartridge", "blank", "ltfsck DEV");
+    row("ltfsck: formatted without a serial or a name", "unnamed", "ltfsck DEV");
 }
 
 Comparison compareWithSimulator(Library &library, const QStringList &setup, const QString &command)
@@ -209,8 +217,11 @@ QStringList masked(const QString &stderrText, const QString &cartridge)
         // The build and the host.
         {QRegularExpression(QStringLiteral("(GCC version is |Kernel version: |Distribution: ).*$")),
          QStringLiteral("\\1HOST")},
-        // The drive's own figure (a folder's is larger) and the writer's vendor.
+        // The drive's and the medium's own figures (a folder's differ), and the writer's vendor.
         {QRegularExpression(QStringLiteral("(Maximum device block size is )\\d+")), QStringLiteral("\\1SIZE")},
+        {QRegularExpression(QStringLiteral("(Volume capacity is )\\d+ [KMGT]B")), QStringLiteral("\\1SIZE")},
+        // "Usage: /root/.cache/tapedesk/ltfs-.../bin/mkltfs <options>": where the program lies
+        {QRegularExpression(QStringLiteral("/\\S*/(?=(mkltfs|ltfs|ltfsck) )")), QString()},
         {QRegularExpression(QStringLiteral("(Tape attribute: Vendor = ).*$")), QStringLiteral("\\1VENDOR")},
     };
     // The tape backend's own messages (LTFS30000-30399: the file backend's

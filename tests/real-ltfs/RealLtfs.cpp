@@ -145,10 +145,13 @@ QStringList Library::takeToolRuns()
 
 QString Library::format(const QString &name, const QString &serial, const QString &volume)
 {
+    QStringList arguments{QStringLiteral("--device=") + cartridge(name)};
+    if (!serial.isEmpty())
+        arguments << QStringLiteral("--tape-serial=") + serial;
+    if (!volume.isEmpty())
+        arguments << QStringLiteral("--volume-name=") + volume;
     QProcess p;
-    p.start(ltfsBin() + QStringLiteral("/mkltfs"), {QStringLiteral("--device=") + cartridge(name),
-                                                    QStringLiteral("--tape-serial=") + serial,
-                                                    QStringLiteral("--volume-name=") + volume});
+    p.start(ltfsBin() + QStringLiteral("/mkltfs"), arguments);
     p.waitForFinished(60000);
     return p.exitCode() == 0 ? QString::fromUtf8(p.readAllStandardError()) : QString();
 }

@@ -45,7 +45,8 @@ public:
     QString cartridge(const QString &name) const { return m_root + QStringLiteral("/cartridges/") + name; }
     // The runs of the real tools since the last call: "mkltfs --device=rl1 ...".
     QStringList takeToolRuns();
-    // The real mkltfs run directly on a drive's cartridge; its standard error.
+    // The real mkltfs run directly on a drive's cartridge (an empty serial or
+    // volume: none given); its standard error, or "" when it failed.
     QString format(const QString &name, const QString &serial, const QString &volume);
     // Ends every daemon serving the drive's mount point and takes the mount away.
     static void release(const QString &name);
