@@ -71,10 +71,10 @@ void printIndexWrite(const LineSink &log, const DriveState &drive, char partitio
                      long long generation, long long position)
 {
     const std::string barcode = barcodeOf(drive.cartridge);
-    log("LTFS17235I Writing index of " + barcode + " to " + partition + " (Reason: " + reason + ", 0 files) " +
-        drive.serial + ".");
-    log("LTFS17236I Wrote index of " + barcode + " (Gen = " + std::to_string(generation) + ", Part = " +
-        partition + ", Pos = " + std::to_string(position) + ", " + drive.serial + ").");
+    log("LTFS17235I Writing index of " + barcode + " to " + partition + " (Reason: " + reason +
+        ", 0 files) " + drive.serial + ".");
+    log("LTFS17236I Wrote index of " + barcode + " (Gen = " + std::to_string(generation) +
+        ", Part = " + partition + ", Pos = " + std::to_string(position) + ", " + drive.serial + ").");
 }
 
 void printDirtyFlag(const LineSink &log, const Cartridge &cartridge, bool dirty)
@@ -86,14 +86,15 @@ void printDirtyFlag(const LineSink &log, const Cartridge &cartridge, bool dirty)
                       static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(&text)));
         return std::string(text);
     }();
-    log(std::string("LTFS11337I Update index-dirty flag (") + (dirty ? "1" : "0") + ") - " + barcodeOf(cartridge) +
-        " (" + address + ").");
+    log(std::string("LTFS11337I Update index-dirty flag (") + (dirty ? "1" : "0") + ") - " +
+        barcodeOf(cartridge) + " (" + address + ").");
 }
 
 std::string mountedLine(const DriveState &drive)
 {
     return "LTFS11031I Volume mounted successfully. " + barcodeOf(drive.cartridge) +
-           " : Gen = " + std::to_string(drive.cartridge.generation) + " / (a, 5) -> (b, 5) / " + drive.serial + ".";
+           " : Gen = " + std::to_string(drive.cartridge.generation) + " / (a, 5) -> (b, 5) / " +
+           drive.serial + ".";
 }
 
 std::string uuidOf(const DriveState &d)

@@ -256,8 +256,8 @@ Tool mkltfsTool(const Args &args)
     std::string commandLine = "mkltfs";
     for (const std::string &a : args)
         commandLine += " " + a;
-    return Tool{"mkltfs", "mkltfs", o.device, [o, commandLine](Context &ctx) { return run(o, commandLine, ctx); },
-                fail};
+    return Tool{"mkltfs", "mkltfs", o.device,
+                [o, commandLine](Context &ctx) { return run(o, commandLine, ctx); }, fail};
 }
 
 } // namespace tapesim

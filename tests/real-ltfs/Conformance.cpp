@@ -28,7 +28,8 @@ Output run(const QString &program, const QStringList &arguments, const QProcessE
         p.kill();
     // Both programs keep standard output empty; anything there is a difference too.
     const QString out = QString::fromUtf8(p.readAllStandardOutput());
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardError()) + (out.isEmpty() ? QString() : QStringLiteral("stdout: ") + out)};
+    return {p.exitCode(), QString::fromUtf8(p.readAllStandardError()) +
+                              (out.isEmpty() ? QString() : QStringLiteral("stdout: ") + out)};
 }
 
 QStringList argumentsOf(const QString &command)
@@ -50,15 +51,17 @@ void prepareReal(Library &library, const QStringList &setup)
     if (setup.contains(QStringLiteral("blank")))
         return;
     const bool unnamed = setup.contains(QStringLiteral("unnamed"));
-    QVERIFY(!library.format(name, unnamed ? QString() : QStringLiteral("RLTC01"),
-                            unnamed ? QString() : QStringLiteral("VOLC01"))
+    QVERIFY(!library
+                 .format(name, unnamed ? QString() : QStringLiteral("RLTC01"),
+                         unnamed ? QString() : QStringLiteral("VOLC01"))
                  .isEmpty());
     if (setup.contains(QStringLiteral("killed"))) {
         // Data written after the last index, then the daemon gone without writing one.
         const QString point = mountPoint(name);
         QDir().mkpath(point);
         QProcess ltfs;
-        ltfs.start(library.toolDir() + QStringLiteral("/ltfs"), {point, QStringLiteral("-o"), QStringLiteral("devname=") + name});
+        ltfs.start(library.toolDir() + QStringLiteral("/ltfs"),
+                   {point, QStringLiteral("-o"), QStringLiteral("devname=") + name});
         QVERIFY(ltfs.waitForFinished(60000));
         QCOMPARE(ltfs.exitCode(), 0);
         QFile f(point + QStringLiteral("/unindexed.bin"));
@@ -85,7 +88,8 @@ QString prepareSimulator(const QStringList &setup)
     else if (setup.contains(QStringLiteral("unnamed")))
         drive += "formatted = yes\nformatted-at = 2026-11-24T10:00:00.000000000Z\n";
     else
-        drive += "barcode = RLTC01\nvolume = VOLC01\nformatted = yes\nformatted-at = 2026-11-24T10:00:00.000000000Z\n";
+        drive += "barcode = RLTC01\nvolume = VOLC01\nformatted = yes\nformatted-at = "
+                 "2026-11-24T10:00:00.000000000Z\n";
     if (setup.contains(QStringLiteral("killed")))
         drive += "consistent = no\n";
     QFile state(home + QStringLiteral("/state.ini"));
@@ -129,7 +133,8 @@ QString Comparison::report() const
     save(QStringLiteral("simulator"), simStatus, simLines);
     QProcess diff;
     diff.setWorkingDirectory(dir.path());
-    diff.start(QStringLiteral("diff"), {QStringLiteral("-u"), QStringLiteral("real"), QStringLiteral("simulator")});
+    diff.start(QStringLiteral("diff"),
+               {QStringLiteral("-u"), QStringLiteral("real"), QStringLiteral("simulator")});
     diff.waitForFinished();
     return QString::fromUtf8(diff.readAllStandardOutput());
 }
@@ -139,7 +144,8 @@ void addConformanceCases()
     QTest::addColumn<QStringList>("setup");
     QTest::addColumn<QString>("command");
     const auto row = [](const char *tag, const char *setup, const char *command) {
-        QTest::newRow(tag) << QString::fromLatin1(setup).split(QLatin1Char(' ')) << QString::fromLatin1(command);
+        QTest::newRow(tag) << QString::fromLatin1(setup).split(QLatin1Char(' '))
+                           << QString::fromLatin1(command);
     };
     const char *format = "mkltfs --device=DEV --tape-serial=RLTC02 --volume-name=VOLC02";
     row("mkltfs: a blank cartridge", "blank", format);
@@ -148,7 +154,8 @@ void addConformanceCases()
         "mkltfs --device=DEV --force --tape-serial=RLTC02 --volume-name=VOLC02");
     row("mkltfs: no serial, no name", "blank", "mkltfs --device=DEV");
     row("mkltfs: a serial too short", "blank", "mkltfs --device=DEV --tape-serial=RL02 --volume-name=RLTC02");
-    row("mkltfs: a serial in lower case", "blank", "mkltfs --device=DEV --tape-serial=rltc02 --volume-name=RLTC02");
+    row("mkltfs: a serial in lower case", "blank",
+        "mkltfs --device=DEV --tape-serial=rltc02 --volume-name=RLTC02");
     row("ltfs: a formatted cartridge, ejected at the end", "formatted", "ltfs POINT -o devname=DEV -o eject");
     row("ltfs: a formatted cartridge, kept loaded", "formatted", "ltfs POINT -o devname=DEV");
     row("ltfs: formatted without a serial or a name", "unnamed", "ltfs POINT -o devname=DEV -o eject");
@@ -198,7 +205,8 @@ QStringList masked(const QString &stderrText, const QString &cartridge)
         {QRegularExpression(QStringLiteral("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}")),
          QStringLiteral("UUID")},
         // "Format time     : 2026-11-23 12:42:14.119214076 UTC."
-        {QRegularExpression(QStringLiteral("\\d{4}-\\d\\d-\\d\\d[ T]\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?( UTC|Z)?")),
+        {QRegularExpression(
+             QStringLiteral("\\d{4}-\\d\\d-\\d\\d[ T]\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?( UTC|Z)?")),
          QStringLiteral("TIME")},
         // "Volume mounted successfully. RLTC01 : Gen = 1 / (a, 5) -> (b, 5) / 1013330099."
         {QRegularExpression(QStringLiteral("( / \\(a, \\d+\\) -> \\(b, \\d+\\) / )\\S+\\.$")),
@@ -218,7 +226,8 @@ QStringList masked(const QString &stderrText, const QString &cartridge)
         {QRegularExpression(QStringLiteral("(GCC version is |Kernel version: |Distribution: ).*$")),
          QStringLiteral("\\1HOST")},
         // The drive's and the medium's own figures (a folder's differ), and the writer's vendor.
-        {QRegularExpression(QStringLiteral("(Maximum device block size is )\\d+")), QStringLiteral("\\1SIZE")},
+        {QRegularExpression(QStringLiteral("(Maximum device block size is )\\d+")),
+         QStringLiteral("\\1SIZE")},
         {QRegularExpression(QStringLiteral("(Volume capacity is )\\d+ [KMGT]B")), QStringLiteral("\\1SIZE")},
         // "Usage: /root/.cache/tapedesk/ltfs-.../bin/mkltfs <options>": where the program lies
         {QRegularExpression(QStringLiteral("/\\S*/(?=(mkltfs|ltfs|ltfsck) )")), QString()},
@@ -227,7 +236,8 @@ QStringList masked(const QString &stderrText, const QString &cartridge)
     // The tape backend's own messages (LTFS30000-30399: the file backend's
     // about its folder, the sg backend's about the drive) and which backend
     // was loaded stay out: the simulator stands for a drive, not a folder.
-    static const QRegularExpression backend(QStringLiteral("LTFS3\\d{4}[IWED] |Plugin: Loading \"[^\"]*\" tape backend"));
+    static const QRegularExpression backend(
+        QStringLiteral("LTFS3\\d{4}[IWED] |Plugin: Loading \"[^\"]*\" tape backend"));
     QStringList lines;
     for (QString line : stderrText.split(QLatin1Char('\n'))) {
         if (backend.match(line).hasMatch())

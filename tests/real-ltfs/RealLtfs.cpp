@@ -31,7 +31,8 @@ QString whyUnavailable()
     ::close(fuse);
     const QString bin = ltfsBin();
     if (bin.isEmpty())
-        return QStringLiteral("TAPEDESK_LTFS_BIN is not set: configure with -DTAPEDESK_LTFS_BIN=$(../shared/ltfs/build)");
+        return QStringLiteral(
+            "TAPEDESK_LTFS_BIN is not set: configure with -DTAPEDESK_LTFS_BIN=$(../shared/ltfs/build)");
     for (const char *tool : {"ltfs", "mkltfs", "ltfsck"}) {
         if (!QFileInfo(bin + QLatin1Char('/') + QLatin1String(tool)).isExecutable())
             return QStringLiteral("the real %1 is missing from %2").arg(QLatin1String(tool), bin);
@@ -66,7 +67,8 @@ QList<qint64> daemonsOf(const QString &point)
             continue;
         const QList<QByteArray> args = readFile(QStringLiteral("/proc/%1/cmdline").arg(entry)).split('\0');
         // "/root/.cache/.../bin/ltfs /tmp/ltfs/mnt/rlt1 -o devname=... -o eject"
-        if (args.size() > 1 && QFileInfo(QFile::decodeName(args.first())).fileName() == QStringLiteral("ltfs") &&
+        if (args.size() > 1 &&
+            QFileInfo(QFile::decodeName(args.first())).fileName() == QStringLiteral("ltfs") &&
             args.contains(QFile::encodeName(point)))
             pids << pid;
     }
@@ -119,8 +121,9 @@ Library::Library(const QStringList &names) : m_root(makeDir(QStringLiteral("real
         QDir().mkpath(cartridge(name));
         // Formatted as far as itdt knows: its attribute read lets a mount go
         // on, and the real programs decide the rest.
-        library += "[drive]\nid = tape" + name.toLatin1() + "\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 10133300" +
-                   QByteArray::number(10 + n) + "\naddress = H1-B0-T" + QByteArray::number(n) +
+        library += "[drive]\nid = tape" + name.toLatin1() +
+                   "\nmodel = ULTRIUM-HH8\nfirmware = F1A2\nserial = 10133300" + QByteArray::number(10 + n) +
+                   "\naddress = H1-B0-T" + QByteArray::number(n) +
                    "-L0\nloaded = yes\ncartridge = yes\nbarcode = " + name.toUpper().toLatin1() +
                    "\nformatted = yes\n\n";
         ++n;

@@ -61,7 +61,7 @@ struct CliRun
 {
     int status = -1;
     QJsonObject json;
-    QString text; // the transcript's lines and standard error
+    QString text;      // the transcript's lines and standard error
     QStringList tools; // "program arg arg" of each tool it ran
 };
 CliRun cli(const QStringList &arguments);

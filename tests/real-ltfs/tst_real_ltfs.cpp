@@ -62,7 +62,7 @@ class RealLtfsTest : public QObject
         Library &library;
         QString name;
         qint64 daemon = 0;
-        std::unique_ptr<QProcess> holder; // a process inside the volume
+        std::unique_ptr<QProcess> holder;  // a process inside the volume
         std::unique_ptr<QProcess> running; // a tapedesk-cli left running
         QString runningOut;
         CliRun last;
@@ -126,7 +126,8 @@ private Q_SLOTS:
         row("format refused while the daemon still holds the drive", "rlt7", true,
             "cli mount @ --yes => 0 Mount Complete | daemon | freeze"
             " | cli format @ --name RLT077 --then eject --force => 3 needs --yes | not-ran mkltfs"
-            " | start format @ --name RLT077 --then eject --force --yes | await Waiting for un-mount to complete"
+            " | start format @ --name RLT077 --then eject --force --yes | await Waiting for un-mount to "
+            "complete"
             " | not-ran mkltfs | thaw | end => 0 | daemon-gone | ran mkltfs");
     }
     void commandLine()
@@ -135,7 +136,8 @@ private Q_SLOTS:
         QFETCH(bool, formatted);
         QFETCH(QStringList, steps);
         if (formatted)
-            QVERIFY(!m_library->format(drive, drive.toUpper() + QStringLiteral("00"), drive.toUpper()).isEmpty());
+            QVERIFY(
+                !m_library->format(drive, drive.toUpper() + QStringLiteral("00"), drive.toUpper()).isEmpty());
         m_library->takeToolRuns();
         Steps s{*m_library, drive};
         auto cleanup = qScopeGuard([&] {
@@ -181,9 +183,12 @@ private Q_SLOTS:
         QCOMPARE(d.indexGeneration, 1);
         // The file backend's cartridge: 3 GB, of which LTFS gives the data partition the most.
         const QString point = mountPoint(name);
-        QCOMPARE(d.capacityBytes, attribute(point, QStringLiteral("mediaDataPartitionTotalCapacity")).toLongLong() * mib);
-        QVERIFY2(d.capacityBytes > 2000 * mib && d.capacityBytes < 3000 * mib, qPrintable(QString::number(*d.capacityBytes)));
-        QCOMPARE(d.freeBytes, attribute(point, QStringLiteral("mediaDataPartitionAvailableSpace")).toLongLong() * mib);
+        QCOMPARE(d.capacityBytes,
+                 attribute(point, QStringLiteral("mediaDataPartitionTotalCapacity")).toLongLong() * mib);
+        QVERIFY2(d.capacityBytes > 2000 * mib && d.capacityBytes < 3000 * mib,
+                 qPrintable(QString::number(*d.capacityBytes)));
+        QCOMPARE(d.freeBytes,
+                 attribute(point, QStringLiteral("mediaDataPartitionAvailableSpace")).toLongLong() * mib);
         QVERIFY(*d.freeBytes < *d.capacityBytes);
 
         answerWith({}, &asked);
@@ -219,10 +224,11 @@ private Q_SLOTS:
 
         face.shown.clear();
         QVERIFY(scanAndSelect(engine, face, QStringLiteral("tape") + name));
-        QVERIFY2(face.shown.contains(QStringLiteral("LTFS stopped unexpectedly: the volume is still listed as "
-                                                    "mounted on ") +
-                                     point),
-                 qPrintable(face.shown));
+        QVERIFY2(
+            face.shown.contains(QStringLiteral("LTFS stopped unexpectedly: the volume is still listed as "
+                                               "mounted on ") +
+                                point),
+            qPrintable(face.shown));
         QVERIFY(performToEnd(engine, Action::Mount, 60000)); // the Mount button unmounts a mounted drive
         QVERIFY2(face.shown.contains(QStringLiteral("Unmounting Tape Complete")), qPrintable(face.shown));
         QVERIFY(!isListed(point));
@@ -232,13 +238,16 @@ private Q_SLOTS:
         asked.clear();
         answerWith({QStringLiteral("0"), QStringLiteral("0"), QStringLiteral("0")}, &asked);
         QVERIFY(performToEnd(engine, Action::Mount, 60000));
-        QTRY_VERIFY2_WITH_TIMEOUT(face.shown.contains(QStringLiteral("Mount Complete")) && !engine.isOperating(),
+        QTRY_VERIFY2_WITH_TIMEOUT(face.shown.contains(QStringLiteral("Mount Complete")) &&
+                                      !engine.isOperating(),
                                   qPrintable(face.shown), 60000);
         QCOMPARE(asked, (QStringList{QStringLiteral("Mount Tape"), QStringLiteral("Recover Volume"),
                                      QStringLiteral("Volume Recovered")}));
-        QVERIFY2(face.shown.contains(QStringLiteral("LTFS11220E Medium check failed: extra blocks detected. Run ltfsck.")),
+        QVERIFY2(face.shown.contains(
+                     QStringLiteral("LTFS11220E Medium check failed: extra blocks detected. Run ltfsck.")),
                  qPrintable(face.shown));
-        QVERIFY2(face.shown.contains(QStringLiteral("LTFS16022I Volume is consistent.")), qPrintable(face.shown));
+        QVERIFY2(face.shown.contains(QStringLiteral("LTFS16022I Volume is consistent.")),
+                 qPrintable(face.shown));
         QVERIFY(isListed(point));
         QCOMPARE(attribute(point, QStringLiteral("indexGeneration")), QByteArray("2"));
         QVERIFY(!QFile::exists(point + QStringLiteral("/lost.bin")));
@@ -281,8 +290,9 @@ private:
                 QVERIFY2(!tool.contains(s.name), qPrintable(tool));
         } else if (word == QStringLiteral("ran") || word == QStringLiteral("not-ran")) {
             const QStringList runs = s.library.takeToolRuns();
-            const bool ran = std::any_of(runs.cbegin(), runs.cend(),
-                                         [&](const QString &r) { return r.startsWith(rest + QLatin1Char(' ')); });
+            const bool ran = std::any_of(runs.cbegin(), runs.cend(), [&](const QString &r) {
+                return r.startsWith(rest + QLatin1Char(' '));
+            });
             QVERIFY2(ran == (word == QStringLiteral("ran")), qPrintable(runs.join(QLatin1Char('\n'))));
         } else if (word == QStringLiteral("daemon")) {
             const QList<qint64> daemons = daemonsOf(point);
@@ -333,7 +343,8 @@ private:
         } else if (word == QStringLiteral("end")) {
             QVERIFY(s.running->waitForFinished(120000));
             s.runningOut += QString::fromUtf8(s.running->readAll());
-            QVERIFY2(s.running->exitCode() == rest.section(QLatin1Char(' '), 1).toInt(), qPrintable(s.runningOut));
+            QVERIFY2(s.running->exitCode() == rest.section(QLatin1Char(' '), 1).toInt(),
+                     qPrintable(s.runningOut));
         } else {
             QFAIL(qPrintable(QStringLiteral("unknown step: ") + step));
         }
