@@ -89,43 +89,43 @@ int failed(Context &ctx, int status)
 // What the real mkltfs prints after a command-line error, program name and all.
 void printUsage(Context &ctx)
 {
-    static const char *const lines[] = {
-        "",
-        "Usage: mkltfs <options>",
-        "",
-        "Available options are:",
-        "  -d, --device=<name>       Tape device (required)",
-        "  -f, --force               Force to format medium",
-        "  -s, --tape-serial=<id>    Tape serial number (6 alphanumeric ASCII characters)",
-        "  -n, --volume-name=<name>  Tape volume name (empty by default)",
-        "  -r, --rules=<rules>       Rules for choosing files to write to the index partition.",
-        "                            The syntax of the rule argument is:",
-        "                                size=1M",
-        "                                size=1M/name=pattern",
-        "                                size=1M/name=pattern1:pattern2:pattern3",
-        "                            A file is written to the index partition if it is no larger",
-        "                            than the given size AND matches at least one of the name",
-        "                            patterns (if specified). The size argument accepts K, M, and G",
-        "                            suffixes. Name patterns might contain the special characters",
-        "                            '?' (match any single character) and '*' (match zero or more",
-        "                            characters)",
-        "      --no-override         Disallow mount-time data placement policy changes",
-        "  -w, --wipe                Restore the LTFS medium to an unpartitioned medium (format to a legacy "
-        "scratch medium)",
-        "  -q, --quiet               Suppress progress information and general messages",
-        "  -t, --trace               Enable function call tracing",
-        "      --syslogtrace               Enable diagnostic output to stderr and syslog",
-        "  -V, --version             Version information",
-        "  -h, --help                This help",
-        "  -p, --advanced-help       Full help, including advanced options",
-        "",
-        "Usage example:",
-        "  mkltfs --device=/tmp/ltfs/tape --rules=\"size=100K\"",
-        "  mkltfs --device=/tmp/ltfs/tape --rules=\"size=1M/name=*.jpg\"",
-        "  mkltfs --device=/tmp/ltfs/tape --rules=\"size=1M/name=*.jpg:*.png\"",
-    };
-    for (const char *line : lines)
-        ctx.err(line);
+    static const std::string usage = R"(
+Usage: mkltfs <options>
+
+Available options are:
+  -d, --device=<name>       Tape device (required)
+  -f, --force               Force to format medium
+  -s, --tape-serial=<id>    Tape serial number (6 alphanumeric ASCII characters)
+  -n, --volume-name=<name>  Tape volume name (empty by default)
+  -r, --rules=<rules>       Rules for choosing files to write to the index partition.
+                            The syntax of the rule argument is:
+                                size=1M
+                                size=1M/name=pattern
+                                size=1M/name=pattern1:pattern2:pattern3
+                            A file is written to the index partition if it is no larger
+                            than the given size AND matches at least one of the name
+                            patterns (if specified). The size argument accepts K, M, and G
+                            suffixes. Name patterns might contain the special characters
+                            '?' (match any single character) and '*' (match zero or more
+                            characters)
+      --no-override         Disallow mount-time data placement policy changes
+  -w, --wipe                Restore the LTFS medium to an unpartitioned medium (format to a legacy scratch medium)
+  -q, --quiet               Suppress progress information and general messages
+  -t, --trace               Enable function call tracing
+      --syslogtrace               Enable diagnostic output to stderr and syslog
+  -V, --version             Version information
+  -h, --help                This help
+  -p, --advanced-help       Full help, including advanced options
+
+Usage example:
+  mkltfs --device=/tmp/ltfs/tape --rules="size=100K"
+  mkltfs --device=/tmp/ltfs/tape --rules="size=1M/name=*.jpg"
+  mkltfs --device=/tmp/ltfs/tape --rules="size=1M/name=*.jpg:*.png")";
+    for (size_t start = 0; start <= usage.size();) {
+        const size_t end = std::min(usage.find('\n', start), usage.size());
+        ctx.err(usage.substr(start, end - start));
+        start = end + 1;
+    }
 }
 
 int run(const Options &o, const std::string &commandLine, Context &ctx)

@@ -65,7 +65,7 @@ void prepareReal(Library &library, const QStringList &setup)
         QVERIFY(ltfs.waitForFinished(60000));
         QCOMPARE(ltfs.exitCode(), 0);
         QFile f(point + QStringLiteral("/unindexed.bin"));
-        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(QByteArray(1000 * 1000, 'x')) > 0);
+        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(QByteArray(qsizetype{1000} * 1000, 'x')) > 0);
         f.close();
         const QList<qint64> daemons = daemonsOf(point);
         QCOMPARE(daemons.size(), 1);
@@ -77,7 +77,7 @@ void prepareReal(Library &library, const QStringList &setup)
 // The simulated drive in the same state, in a library of its own.
 QString prepareSimulator(const QStringList &setup)
 {
-    const QString home = makeDir(QStringLiteral("tapesim-conformance"));
+    QString home = makeDir(QStringLiteral("tapesim-conformance"));
     QDir(home).removeRecursively();
     QDir().mkpath(home);
     QByteArray drive = "[drive]\nid = tape" + kConformanceDrive.toLatin1() +

@@ -141,7 +141,7 @@ Library::~Library()
 QStringList Library::takeToolRuns()
 {
     const QString log = m_root + QStringLiteral("/tools.log");
-    const QStringList runs = QString::fromUtf8(readFile(log)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QStringList runs = QString::fromUtf8(readFile(log)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     QFile::remove(log);
     return runs;
 }
@@ -187,13 +187,13 @@ CliRun cli(const QStringList &arguments)
     run.status = p->exitCode();
     run.json = QJsonDocument::fromJson(p->readAllStandardOutput()).object();
     QStringList lines;
-    for (const QJsonValue &v : run.json.value(QStringLiteral("transcript")).toArray())
+    for (const auto &v : run.json.value(QStringLiteral("transcript")).toArray())
         lines << v.toString();
     lines << QString::fromUtf8(p->readAllStandardError());
     run.text = lines.join(QLatin1Char('\n'));
-    for (const QJsonValue &v : run.json.value(QStringLiteral("tools")).toArray()) {
+    for (const auto &v : run.json.value(QStringLiteral("tools")).toArray()) {
         QStringList words{QFileInfo(v[QStringLiteral("program")].toString()).fileName()};
-        for (const QJsonValue &a : v[QStringLiteral("arguments")].toArray())
+        for (const auto &a : v[QStringLiteral("arguments")].toArray())
             words << a.toString();
         run.tools << words.join(QLatin1Char(' '));
     }

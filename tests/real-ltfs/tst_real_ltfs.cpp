@@ -35,7 +35,7 @@ const QByteArray kSmall("six by");
 
 QByteArray bigFile()
 {
-    QByteArray data(3 * 1000 * 1000, '\0');
+    QByteArray data(qsizetype{3} * 1000 * 1000, '\0');
     for (qsizetype i = 0; i < data.size(); ++i)
         data[i] = static_cast<char>((i * 7919) >> 3);
     return data;
@@ -176,7 +176,7 @@ private Q_SLOTS:
                                       face.volumeReports.last().state == VolumeReport::State::Read,
                                   qPrintable(face.shown), 30000);
         const VolumeDetails d = face.volumeReports.last().details;
-        const qint64 mib = 1024 * 1024;
+        const qint64 mib = qint64{1024} * 1024;
         QCOMPARE(d.volumeName, QStringLiteral("VOLTWO"));
         QCOMPARE(d.barcode, QStringLiteral("RLT002"));
         QCOMPARE(d.uuid, uuid);
@@ -332,6 +332,8 @@ private:
             QVERIFY(!isListed(point));
             QVERIFY(isRunning(s.daemon));
         } else if (word == QStringLiteral("thaw")) {
+            // Whatever was started waits for the held daemon: it must not have ended.
+            QVERIFY2(!s.running || s.running->state() == QProcess::Running, qPrintable(s.runningOut));
             QCOMPARE(::kill(static_cast<pid_t>(s.daemon), SIGCONT), 0);
         } else if (word == QStringLiteral("start")) {
             s.running = startCli(rest.split(QLatin1Char(' ')));
