@@ -47,7 +47,7 @@ void publishVolumeAttributes(const std::string &point, const DriveState &drive)
     std::string barcode = c.barcode;
     barcode.resize(32, ' ');
     const long long total = capacityMb(drive.model);
-    const std::string values[] = {c.volume.empty() ? c.barcode : c.volume,
+    const std::string values[] = {c.volume,
                                   barcode,
                                   uuidOf(drive),
                                   c.formattedAt,
@@ -60,8 +60,9 @@ void publishVolumeAttributes(const std::string &point, const DriveState &drive)
                                   "-1",
                                   drive.tapeAlert};
     for (size_t i = 0; i < std::size(kNames); ++i) {
-        // Absent, as the real backend leaves what it cannot supply.
-        if (values[i].empty())
+        // Absent, as the real backend leaves what it cannot supply; a volume
+        // formatted without a name has an empty one.
+        if (values[i].empty() && i != 0)
             continue;
         const std::string key = std::string("user.ltfs.") + kNames[i];
         if (::setxattr(point.c_str(), key.c_str(), values[i].data(), values[i].size(), 0) != 0)
