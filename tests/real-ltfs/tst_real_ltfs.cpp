@@ -202,8 +202,8 @@ private Q_SLOTS:
         {
         };
         QCOMPARE(::statvfs(QFile::encodeName(mountPoint(name)).constData(), &fs), 0);
-        const qint64 mib = qint64{1024} * 1024;
-        const auto near = [mib](const std::optional<qint64> &shown, qint64 blocks, qint64 blockSize) {
+        const auto near = [](const std::optional<qint64> &shown, qint64 blocks, qint64 blockSize) {
+            constexpr qint64 mib = qint64{1024} * 1024;
             const qint64 bytes = blocks * blockSize;
             return shown && *shown <= bytes && bytes - *shown < mib;
         };
