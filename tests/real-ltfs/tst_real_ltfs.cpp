@@ -67,10 +67,10 @@ Run run(const QString &program, const QStringList &arguments, const QByteArray &
     p.start(program, arguments);
     p.write(input);
     p.closeWriteChannel();
-    if (!p.waitForFinished(180000))
+    if (!p.waitForFinished(120000))
         p.kill();
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
 }
 
 // The real ltfs processes serving `point`: "/root/.cache/.../bin/ltfs /tmp/ltfs/mnt/rlt1 -o devname=..."
@@ -156,10 +156,21 @@ struct Cli
     QStringList tools;
 };
 
+QProcessEnvironment cliEnvironment()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+#if defined(__SANITIZE_ADDRESS__)
+    // The leak check at its exit deadlocks with the report of the known fault below (the
+    // volume reader outliving the exit), where the report alone ends it; tst_cli looks for leaks.
+    env.insert(QStringLiteral("ASAN_OPTIONS"), env.value(QStringLiteral("ASAN_OPTIONS")) + ":detect_leaks=0");
+#endif
+    return env;
+}
+
 Cli cli(const QStringList &arguments)
 {
-    const Run r =
-        run(QStringLiteral(TAPEDESK_BIN "/tapedesk-cli"), QStringList{QStringLiteral("--json")} + arguments);
+    const Run r = run(QStringLiteral(TAPEDESK_BIN "/tapedesk-cli"),
+                      QStringList{QStringLiteral("--json")} + arguments, {}, cliEnvironment());
     const QJsonObject json = QJsonDocument::fromJson(r.out.toUtf8()).object();
     Cli c{r.status, r.err, {}};
     for (const auto &line : json[QStringLiteral("transcript")].toArray())
@@ -608,6 +619,7 @@ private:
             QCOMPARE(::kill(static_cast<pid_t>(s.daemon), SIGCONT), 0);
         } else if (word == QStringLiteral("start")) {
             s.running = std::make_unique<QProcess>();
+            s.running->setProcessEnvironment(cliEnvironment());
             s.running->start(QStringLiteral(TAPEDESK_BIN "/tapedesk-cli"), rest.split(QLatin1Char(' ')));
         } else if (word == QStringLiteral("await")) {
             QTRY_VERIFY2_WITH_TIMEOUT(
