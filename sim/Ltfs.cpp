@@ -1,3 +1,4 @@
+#include "LtfsLines.h"
 #include "Tool.h"
 
 #include <climits>
@@ -109,8 +110,10 @@ int listDevices(Context &ctx, Log &log)
 int run(const Options &o, Context &ctx)
 {
     Log log(ctx);
-    log("LTFS14000I LTFS starting, LTFS version 2.4.8.4, log level 2.");
-    log("LTFS14104I Launched by \"" + o.commandLine + "\".");
+    const LineSink sink = [&log](const std::string &line) { log(line); };
+    log(std::string("LTFS14000I LTFS starting, LTFS version ") + kLtfsVersion + ", log level 2.");
+    log("LTFS14058I LTFS Format Specification version 2.4.0.");
+    printBuildAndHost(sink, o.commandLine, "LTFS14104I", "LTFS14105I", "LTFS14106I");
     if (o.listDevices)
         return listDevices(ctx, log);
     struct stat st
@@ -153,15 +156,17 @@ int run(const Options &o, Context &ctx)
                 s.mounts.push_back(MountState{point, o.device, d->id, o.eject, true, 0, 0});
         }
     });
+    log("LTFS14063I Sync type is \"time\", Sync time is 300 sec.");
     log("LTFS17085I Plugin: Loading \"sg\" tape backend.");
+    log("LTFS17085I Plugin: Loading \"unified\" iosched backend.");
+    // Append-only mode is cleared only by an eject, so without one it stays off.
+    if (!o.eject)
+        log("LTFS14095I Set the tape device write-anywhere mode to avoid cartridge ejection.");
     if (!refusal.empty()) {
         log(refusal);
         return 1;
     }
-    if (needsLoad) {
-        log("LTFS11330I Loading cartridge.");
-        log("LTFS11332I Load successful.");
-    }
+    printLoad(sink, o.eject ? "append-only" : "write-anywhere");
     log("LTFS11005I Mounting the volume.");
     if (blank) {
         log("LTFS17168E Cannot read volume: medium is not partitioned.");
@@ -170,20 +175,17 @@ int run(const Options &o, Context &ctx)
     }
     if (unclosed) {
         // The data written after the last index, which the dead daemon never wrote.
+        log("LTFS11026I Performing a full medium consistency check.");
         log("LTFS17037E XML parser: failed to read from XML stream.");
         log("LTFS17016E Cannot parse index direct from medium (-5000).");
+        log("LTFS11194W Cannot read index: failed to read and parse XML data (-5000).");
         log("LTFS11220E Medium check failed: extra blocks detected. Run ltfsck.");
         log("LTFS11027E Cannot mount volume: medium consistency check failed.");
+        log("LTFS14013E Cannot mount the volume.");
         return 1;
     }
-    const std::string barcode = drive.cartridge.barcode.empty() ? "NO_BARCODE" : drive.cartridge.barcode;
-    std::string padded = drive.cartridge.barcode;
-    padded.resize(32, ' ');
-    log("LTFS17227I Tape attribute: Medium Label = " +
-        (drive.cartridge.volume.empty() ? barcode : drive.cartridge.volume) + ".");
-    log("LTFS17227I Tape attribute: Barcode = " + padded + ".");
-    log("LTFS11031I Volume mounted successfully. " + barcode + " : Gen = 1 / (a, 5) -> (b, 5) / " +
-        drive.serial + ".");
+    printTapeAttributes(sink, drive.cartridge);
+    log(mountedLine(drive));
     log("LTFS14111I Initial setup completed successfully.");
     log("LTFS14112I Invoke 'mount' command to check the result of final setup.");
     log("LTFS14113I Specified mount point is listed if succeeded.");
@@ -191,6 +193,11 @@ int run(const Options &o, Context &ctx)
         ctx.err("fuse: mountpoint is not empty");
         ctx.err("fuse: if you are sure this is safe, use the 'nonempty' mount option");
         log("LTFS14123W The main function of FUSE returned error (1).");
+        if (o.eject) {
+            log("LTFS11289I Ejecting cartridge.");
+            log("LTFS12022I Unloading medium.");
+            log("LTFS11291I Eject successful.");
+        }
         return 0;
     }
     if (!ctx.isDry()) {

@@ -1,6 +1,5 @@
+#include "LtfsLines.h"
 #include "Tool.h"
-
-#include <random>
 
 namespace tapesim {
 
@@ -72,21 +71,6 @@ std::string serialError(const Options &o)
     return {};
 }
 
-std::string newUuid()
-{
-    std::random_device rd;
-    std::mt19937_64 gen((static_cast<unsigned long long>(rd()) << 32) ^ rd());
-    const char *hex = "0123456789abcdef";
-    std::string id;
-    for (int i = 0; i < 32; ++i) {
-        if (i == 8 || i == 12 || i == 16 || i == 20)
-            id += '-';
-        id += hex[gen() & 15];
-    }
-    id[14] = '4';
-    return id;
-}
-
 std::string capacityOf(const std::string &model)
 {
     if (model.find('9') != std::string::npos)
@@ -102,20 +86,71 @@ int failed(Context &ctx, int status)
     return status;
 }
 
-int run(const Options &o, Context &ctx)
+// What the real mkltfs prints after a command-line error, program name and all.
+void printUsage(Context &ctx)
 {
-    ctx.err("LTFS15000I Starting mkltfs, LTFS version 2.4.8.4, log level 2.");
+    static const std::string usage = R"(
+Usage: mkltfs <options>
+
+Available options are:
+  -d, --device=<name>       Tape device (required)
+  -f, --force               Force to format medium
+  -s, --tape-serial=<id>    Tape serial number (6 alphanumeric ASCII characters)
+  -n, --volume-name=<name>  Tape volume name (empty by default)
+  -r, --rules=<rules>       Rules for choosing files to write to the index partition.
+                            The syntax of the rule argument is:
+                                size=1M
+                                size=1M/name=pattern
+                                size=1M/name=pattern1:pattern2:pattern3
+                            A file is written to the index partition if it is no larger
+                            than the given size AND matches at least one of the name
+                            patterns (if specified). The size argument accepts K, M, and G
+                            suffixes. Name patterns might contain the special characters
+                            '?' (match any single character) and '*' (match zero or more
+                            characters)
+      --no-override         Disallow mount-time data placement policy changes
+  -w, --wipe                Restore the LTFS medium to an unpartitioned medium (format to a legacy scratch medium)
+  -q, --quiet               Suppress progress information and general messages
+  -t, --trace               Enable function call tracing
+      --syslogtrace               Enable diagnostic output to stderr and syslog
+  -V, --version             Version information
+  -h, --help                This help
+  -p, --advanced-help       Full help, including advanced options
+
+Usage example:
+  mkltfs --device=/tmp/ltfs/tape --rules="size=100K"
+  mkltfs --device=/tmp/ltfs/tape --rules="size=1M/name=*.jpg"
+  mkltfs --device=/tmp/ltfs/tape --rules="size=1M/name=*.jpg:*.png")";
+    for (size_t start = 0; start <= usage.size();) {
+        const size_t end = std::min(usage.find('\n', start), usage.size());
+        ctx.err(usage.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
+int run(const Options &o, const std::string &commandLine, Context &ctx)
+{
+    const LineSink log = [&ctx](const std::string &line) { ctx.err(line); };
+    ctx.err(std::string("LTFS15000I Starting mkltfs, LTFS version ") + kLtfsVersion + ", log level 2.");
+    printBuildAndHost(log, commandLine, "LTFS15041I", "LTFS15042I", "LTFS15043I");
     if (!o.error.empty()) {
         ctx.err(o.error);
         return kUsage;
     }
     if (const std::string bad = serialError(o); !bad.empty()) {
         ctx.err(bad);
+        ctx.err("LTFS17085I Plugin: Loading \"sg\" tape backend.");
+        printUsage(ctx);
         return kUsage;
     }
     ctx.err("LTFS15003I Formatting device '" + o.device + "'.");
     ctx.err("LTFS15004I LTFS volume blocksize: 524288.");
     ctx.err("LTFS15005I Index partition placement policy: None.");
+    ctx.err("");
+    Cartridge target;
+    target.barcode = o.serial;
+    printDirtyFlag(log, target, true);
+    ctx.err("LTFS17085I Plugin: Loading \"sg\" tape backend.");
 
     // Settle everything that can refuse before the long part starts.
     std::string refusal;
@@ -143,12 +178,12 @@ int run(const Options &o, Context &ctx)
         ctx.err(refusal);
         return failed(ctx, status);
     }
-    if (needsLoad) {
-        ctx.err("LTFS11330I Loading cartridge.");
-        ctx.wait(1.0);
-        ctx.err("LTFS11332I Load successful.");
-    }
-    ctx.err("LTFS17160I Maximum device block size is 1048576.");
+    // The real tool prints this before a load, yet still succeeds; TapeDesk
+    // must not take an E line alone for failure.
+    if (needsLoad)
+        ctx.err("LTFS30061E Cannot unlock medium: unit not ready.");
+    printLoad(log, "write-anywhere");
+    ctx.wait(needsLoad ? 1.0 : 0.0);
     ctx.err(o.force || o.wipe ? "LTFS15049I Checking the medium (load)."
                               : "LTFS15049I Checking the medium (mount).");
     if (!o.force && !o.wipe && drive.cartridge.formatted) {
@@ -169,31 +204,35 @@ int run(const Options &o, Context &ctx)
         ctx.err("LTFS15041I Medium unformatted successfully.");
         return kWiped;
     }
+    // A blank cartridge has no LTFS attributes in its memory yet.
+    const bool wasBlank = !drive.cartridge.formatted;
+    DriveState formatted = drive;
+    formatted.loaded = true;
+    formatted.cartridge.formatted = true;
+    formatted.cartridge.consistent = true;
+    formatted.cartridge.barcode = o.serial;
+    formatted.cartridge.volume = o.volume;
+    formatted.cartridge.formattedAt = isoTimeNow();
+    formatted.cartridge.generation = 1;
+    formatted.cartridge.usedMb = 0;
     ctx.err("LTFS15010I Creating data partition b on SCSI partition 1.");
     ctx.err("LTFS15011I Creating index partition a on SCSI partition 0.");
+    ctx.err("LTFS17165I Resetting the medium's capacity proportion.");
     ctx.err("LTFS11097I Partitioning the medium.");
     ctx.wait(3.0);
-    for (const char *partition : {"b", "a"}) {
+    for (const char partition : {'b', 'a'}) {
         ctx.err(std::string("LTFS11100I Writing label to partition ") + partition + ".");
         ctx.wait(0.5);
         ctx.err(std::string("LTFS11278I Writing index to partition ") + partition + ".");
+        if (wasBlank)
+            ctx.err("LTFS11336I The attribute does not exist. Ignore the expected error.");
+        printIndexWrite(log, formatted, partition, "Format", 1, 5);
+        if (partition == 'b')
+            printDirtyFlag(log, formatted.cartridge, false);
         ctx.wait(0.5);
     }
-    ctx.store().update([&](State &s) {
-        DriveState *d = s.driveById(drive.id);
-        d->loaded = true;
-        d->cartridge.formatted = true;
-        d->cartridge.consistent = true;
-        d->cartridge.barcode = o.serial;
-        d->cartridge.volume = o.volume;
-        d->cartridge.formattedAt = isoTimeNow();
-        d->cartridge.usedMb = 0;
-    });
-    // The real tool prints this after a load, yet still succeeds; TapeDesk must
-    // not take an E line alone for failure.
-    if (needsLoad)
-        ctx.err("LTFS30061E Cannot unlock medium: unit not ready.");
-    ctx.err("LTFS15013I Volume UUID is: " + newUuid() + ".");
+    ctx.store().update([&](State &s) { *s.driveById(drive.id) = formatted; });
+    ctx.err("LTFS15013I Volume UUID is: " + uuidOf(formatted) + ".");
     ctx.err("");
     ctx.err("LTFS15019I Volume capacity is " + capacityOf(drive.model) + ".");
     ctx.err("LTFS15024I Medium formatted successfully.");
@@ -214,7 +253,11 @@ int fail(Context &ctx, const std::vector<Line> &dryLines, int code)
 Tool mkltfsTool(const Args &args)
 {
     const Options o = parse(args);
-    return Tool{"mkltfs", "mkltfs", o.device, [o](Context &ctx) { return run(o, ctx); }, fail};
+    std::string commandLine = "mkltfs";
+    for (const std::string &a : args)
+        commandLine += " " + a;
+    return Tool{"mkltfs", "mkltfs", o.device,
+                [o, commandLine](Context &ctx) { return run(o, commandLine, ctx); }, fail};
 }
 
 } // namespace tapesim

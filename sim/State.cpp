@@ -57,6 +57,8 @@ void setDriveField(DriveState &d, const std::string &key, const std::string &val
         d.cartridge.consistent = yes(value);
     else if (key == "formatted-at")
         d.cartridge.formattedAt = value;
+    else if (key == "generation")
+        d.cartridge.generation = std::max(1LL, std::atoll(value.c_str()));
     else if (key == "loads")
         d.cartridge.loads = std::atoll(value.c_str());
     else if (key == "used-mb")
@@ -166,7 +168,8 @@ std::string State::serialize() const
                 << "\nvolume = " << d.cartridge.volume
                 << "\nwrite-protected = " << yesNo(d.cartridge.writeProtected)
                 << "\nconsistent = " << yesNo(d.cartridge.consistent)
-                << "\nformatted-at = " << d.cartridge.formattedAt << "\nloads = " << d.cartridge.loads
+                << "\nformatted-at = " << d.cartridge.formattedAt
+                << "\ngeneration = " << d.cartridge.generation << "\nloads = " << d.cartridge.loads
                 << "\nused-mb = " << d.cartridge.usedMb << "\n";
         }
     }

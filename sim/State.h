@@ -20,6 +20,9 @@ struct Cartridge
     // was formatted (empty: not reported), how often it was loaded, and the
     // megabytes written to it.
     std::string formattedAt{};
+    // How many indexes the volume has had: 1 after the format, one more
+    // for each ltfsck that wrote a recovered one.
+    long long generation = 1;
     long long loads = 0;
     long long usedMb = 0;
 };

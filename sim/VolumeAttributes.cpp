@@ -1,5 +1,6 @@
 // What a mounted volume tells about itself. The real ltfs answers these from
 // its index and the drive's cartridge memory; here they come from the state.
+#include "LtfsLines.h"
 #include "Tool.h"
 
 #include <algorithm>
@@ -25,19 +26,6 @@ long long capacityMb(const std::string &model)
     return nativeBytes / 100 * 97 / kMegabyte;
 }
 
-// A stable UUID per cartridge and format, as the one mkltfs wrote.
-std::string uuidOf(const DriveState &d)
-{
-    unsigned long long h = 14695981039346656037ULL; // FNV-1a
-    for (const char c : d.serial + d.cartridge.barcode + d.cartridge.volume + d.cartridge.formattedAt)
-        h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
-    const unsigned long long g = h * 6364136223846793005ULL + 1442695040888963407ULL;
-    char text[40];
-    std::snprintf(text, sizeof text, "%08llx-%04llx-4%03llx-a%03llx-%012llx", h >> 32, (h >> 16) & 0xffff,
-                  h & 0xfff, (g >> 52) & 0xfff, g & 0xffffffffffffULL);
-    return text;
-}
-
 const char *const kNames[] = {"volumeName",
                               "mamBarcode",
                               "volumeUUID",
@@ -59,11 +47,11 @@ void publishVolumeAttributes(const std::string &point, const DriveState &drive)
     std::string barcode = c.barcode;
     barcode.resize(32, ' ');
     const long long total = capacityMb(drive.model);
-    const std::string values[] = {c.volume.empty() ? c.barcode : c.volume,
+    const std::string values[] = {c.volume,
                                   barcode,
                                   uuidOf(drive),
                                   c.formattedAt,
-                                  "1",
+                                  std::to_string(c.generation),
                                   "a:5",
                                   std::to_string(total),
                                   std::to_string(std::max(0LL, total - 3 - c.usedMb)),
@@ -72,8 +60,9 @@ void publishVolumeAttributes(const std::string &point, const DriveState &drive)
                                   "-1",
                                   drive.tapeAlert};
     for (size_t i = 0; i < std::size(kNames); ++i) {
-        // Absent, as the real backend leaves what it cannot supply.
-        if (values[i].empty())
+        // Absent, as the real backend leaves what it cannot supply; a volume
+        // formatted without a name has an empty one.
+        if (values[i].empty() && i != 0)
             continue;
         const std::string key = std::string("user.ltfs.") + kNames[i];
         if (::setxattr(point.c_str(), key.c_str(), values[i].data(), values[i].size(), 0) != 0)

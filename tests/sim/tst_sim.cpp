@@ -96,9 +96,8 @@ private Q_SLOTS:
         row("no cartridge", "", "itdt -f tape63 load", "", 4, "\nExit with code: 4\n", {});
         row("busy while mounted", mount61, "itdt -f tape61 load", "", 8, "\nExit with code: 8\n", {});
         row("format", "", "mkltfs --device=62 --tape-serial=ABC123", "", 0, "-",
-            {"LTFS15000I Starting mkltfs, LTFS version 2.4.8.4, log level 2.\nLTFS15003I Formatting device "
-             "'62'.\n",
-             "\nLTFS15013I Volume UUID is: ",
+            {"LTFS15000I Starting mkltfs, LTFS version 2.4.8.4 (Prelim), log level 2.\n",
+             "LTFS15003I Formatting device '62'.\n", "\nLTFS15013I Volume UUID is: ",
              ".\n\nLTFS15019I Volume capacity is 17 TB.\nLTFS15024I Medium formatted successfully.\n"});
         row("already formatted", "", "mkltfs --device=tape61", "", 16, "-",
             {"LTFS15049I Checking the medium (mount).\nLTFS15047E Medium is already formatted (0).\n"
