@@ -33,8 +33,10 @@ public:
     void progressEnded() override {}
     void drivesChanged(const QList<DrivePtr> &list, const DrivePtr &) override { drives = list; }
     void toolOutput(OutputStream stream, QByteArrayView chunk) override;
-    // No subcommand shows a volume's details yet.
+    // No subcommand shows a volume's details yet, so none is read: a reader
+    // still waiting on a slow FUSE volume would outlive the command.
     void volumeDetailsChanged(const VolumeReport &) override {}
+    bool showsVolumeDetails() const override { return false; }
     void operationEnded(Action, const Verdict &v) override { verdict = v; }
 };
 

@@ -55,6 +55,8 @@ public:
     // What is known of the selected drive's volume: being read, read, not
     // mounted, or why it could not be read.
     virtual void volumeDetailsChanged(const VolumeReport &report) = 0;
+    // False for a face that shows no volume details: none is read for it.
+    virtual bool showsVolumeDetails() const { return true; }
     // With live output on (TapeEngine::setLiveOutput): a tool is about to
     // start, as it is run, and then its output as it arrives on each stream,
     // before the run is judged.

@@ -27,16 +27,18 @@ namespace {
 // "2.8G" df shows for the same volume.
 constexpr qint64 kLtfsMegabyte = qint64(1024) * 1024;
 
-const QStringList kAttributeNames{
-    QStringLiteral("volumeName"),
-    QStringLiteral("mamBarcode"),
-    QStringLiteral("volumeUUID"),
-    QStringLiteral("volumeFormatTime"),
-    QStringLiteral("indexGeneration"),
-    QStringLiteral("mediaDataPartitionTotalCapacity"),
-    QStringLiteral("mediaDataPartitionAvailableSpace"),
-    QStringLiteral("mediaLoads"),
-    QStringLiteral("mediaStorageAlert"),
+// Plain characters, not a QStringList: the reader runs on a detached thread
+// that a command line may outlive at exit, after a list would be destroyed.
+constexpr const char *kAttributeNames[] = {
+    "volumeName",
+    "mamBarcode",
+    "volumeUUID",
+    "volumeFormatTime",
+    "indexGeneration",
+    "mediaDataPartitionTotalCapacity",
+    "mediaDataPartitionAvailableSpace",
+    "mediaLoads",
+    "mediaStorageAlert",
 };
 
 std::optional<QString> text(const VolumeAttributes &a, const QString &name)
@@ -227,8 +229,8 @@ VolumeRead readVolumeAttributes(const QString &mountPoint)
         read.error = QString::fromLocal8Bit(std::strerror(errno));
         return read;
     }
-    for (const QString &name : kAttributeNames) {
-        const QByteArray key = QByteArrayLiteral("user.ltfs.") + name.toLatin1();
+    for (const char *name : kAttributeNames) {
+        const QByteArray key = QByteArrayLiteral("user.ltfs.") + name;
         QByteArray value(256, Qt::Uninitialized);
         ssize_t n = ::fgetxattr(fd, key.constData(), value.data(), static_cast<size_t>(value.size()));
         if (n < 0 && errno == ERANGE) {
@@ -240,7 +242,7 @@ VolumeRead readVolumeAttributes(const QString &mountPoint)
         }
         // ENODATA, ENOTSUP and the rest alike: the attribute is not reported.
         if (n >= 0)
-            read.attributes.insert(name, value.left(n));
+            read.attributes.insert(QString::fromLatin1(name), value.left(n));
     }
     struct statvfs vfs
     {

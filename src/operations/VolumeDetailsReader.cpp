@@ -16,6 +16,8 @@ VolumeDetailsReader::VolumeDetailsReader(QObject &home, Face &face, const Synchr
 
 void VolumeDetailsReader::refresh()
 {
+    if (!m_face.showsVolumeDetails())
+        return;
     VolumeReport report;
     const DrivePtr drive = m_selection.get();
     if (drive) {
