@@ -37,7 +37,7 @@ void consoleLine(QByteArrayView utf8)
 
 void consoleText(QStringView text)
 {
-    constexpr qsizetype kPiece = 16 * 1024;
+    constexpr qsizetype kPiece = qsizetype(16) * 1024;
     std::lock_guard lock(consoleMutex());
     if (!g_stream)
         return;

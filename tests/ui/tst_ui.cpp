@@ -65,6 +65,20 @@ QStringList expand(QStringList texts)
     return texts;
 }
 
+// What a screen reader hears of a button at each status: its description,
+// once the statusImage property says the image and its words are in place.
+struct DescriptionReader : QObject
+{
+    explicit DescriptionReader(QStringList *list) : heard(list) {}
+    QStringList *heard;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::DynamicPropertyChange)
+            *heard << accessibleText(watched, QAccessible::Description);
+        return false;
+    }
+};
+
 // Clicks the middle of a row's card, as the operator does.
 void clickRow(MainWindow &mainWindow, int row)
 {
@@ -280,18 +294,7 @@ private Q_SLOTS:
     {
         MainWindow mainWindow;
         QStringList heard;
-        // The statusImage property is set once the image and its words are in place.
-        struct Reader : QObject
-        {
-            QStringList *heard = nullptr;
-            bool eventFilter(QObject *watched, QEvent *event) override
-            {
-                if (event->type() == QEvent::DynamicPropertyChange)
-                    *heard << accessibleText(watched, QAccessible::Description);
-                return false;
-            }
-        } reader;
-        reader.heard = &heard;
+        DescriptionReader reader(&heard);
         mainWindow.ui.testButton->installEventFilter(&reader);
         selectDrive(mainWindow);
         DialogScript script;
@@ -315,17 +318,7 @@ private Q_SLOTS:
     {
         MainWindow mainWindow;
         QStringList heard;
-        struct Reader : QObject
-        {
-            QStringList *heard = nullptr;
-            bool eventFilter(QObject *watched, QEvent *event) override
-            {
-                if (event->type() == QEvent::DynamicPropertyChange)
-                    *heard << accessibleText(watched, QAccessible::Description);
-                return false;
-            }
-        } reader;
-        reader.heard = &heard;
+        DescriptionReader reader(&heard);
         selectDrive(mainWindow);
         QVERIFY(waitForIdle(mainWindow));
         const QString before = accessibleText(mainWindow.ui.mountButton, QAccessible::Description);
