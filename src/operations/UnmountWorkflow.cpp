@@ -186,12 +186,15 @@ QString UnmountWorkflow::endWait()
 bool UnmountWorkflow::runUmount(const QString &mountPoint)
 {
     bool busy = false;
-    m_op.threads.runResponsive([&] {
+    // The caller may hand in m_point, which the operator's Stop clears on the
+    // GUI thread while umount still runs on the worker.
+    const QString point = mountPoint;
+    m_op.threads.runResponsive([&busy, point] {
         try {
             // umount of a FUSE volume whose daemon is stuck can hang; every
             // poll asks again, so none may hold the wait for ever.
             const ProcessResult r = Bash().executeCollectingErrors(
-                QStringLiteral("umount"), {QStringLiteral("-v"), mountPoint}, kUmountTimeoutMs);
+                QStringLiteral("umount"), {QStringLiteral("-v"), point}, kUmountTimeoutMs);
             consoleLine(QByteArrayView(r.out));
             consoleLine(QByteArrayView(r.err));
             // util-linux: "umount: /tmp/ltfs/mnt/0: target is busy."
