@@ -186,10 +186,9 @@ QString UnmountWorkflow::endWait()
 bool UnmountWorkflow::runUmount(const QString &mountPoint)
 {
     bool busy = false;
-    // The caller may hand in m_point, which the operator's Stop clears on the
-    // GUI thread while umount still runs on the worker.
-    const QString point = mountPoint;
-    m_op.threads.runResponsive([&busy, point] {
+    // A copy of its own: the caller may hand in m_point, which the operator's
+    // Stop clears on the GUI thread while umount still runs on the worker.
+    m_op.threads.runResponsive([&busy, point = mountPoint] {
         try {
             // umount of a FUSE volume whose daemon is stuck can hang; every
             // poll asks again, so none may hold the wait for ever.
