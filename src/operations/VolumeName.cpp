@@ -62,14 +62,4 @@ qsizetype graphemeCount(const QString &text)
     return count;
 }
 
-QString withoutLastGrapheme(const QString &text)
-{
-    if (text.isEmpty())
-        return text;
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    finder.toEnd();
-    const qsizetype start = finder.toPreviousBoundary();
-    return text.left(start < 0 ? 0 : start);
-}
-
 } // namespace tapedesk

@@ -14,6 +14,5 @@ bool isValidVolumeName(const QString &entry);
 
 // User-perceived characters, as an operator counts them in a text field.
 qsizetype graphemeCount(const QString &text);
-QString withoutLastGrapheme(const QString &text);
 
 } // namespace tapedesk
