@@ -11,23 +11,16 @@
 #include "app/LicenceView.h"
 #include "drives/DriveParser.h"
 #include "drives/DriveStateStore.h"
-#include "support/EngineHarness.h"
 #include "support/Support.h"
 #include "support/TestMain.h"
 #include "support/WindowHarness.h"
 #include "tools/SettingsStore.h"
 #include "tools/ToolPaths.h"
-#include "ui/DriveTableModel.h"
 #include "ui/MainWindow.h"
-#include "ui/OperationWatch.h"
-#include "ui/VolumeDetailsView.h"
 
 #include <QLabel>
 #include <QMenuBar>
-#include <QPainter>
 #include <QPdfDocument>
-#include <QPdfPageNavigator>
-#include <QPdfView>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QRegularExpression>
@@ -104,19 +97,16 @@ private Q_SLOTS:
         application.applyLook();
         application.attachMainWindow(window);
 
-        QStringList titles;
-        for (QAction *top : window.menuBar()->actions()) {
-            for (QAction *a : QList<QAction *>{top} + top->menu()->actions())
-                titles << (a->isSeparator() ? QString() : a->text().remove(QLatin1Char('&')));
-        }
-        QCOMPARE(titles, (QStringList{"TapeDesk", "Preferences…", "Account…", "", "Save Transcript…",
-                                      "Open Journal Folder", "", "Quit", "Help", "TapeDesk Help",
-                                      "Why Is My Drive Missing?", "Licence Agreement"}));
-        // Each window is made once and comes back when asked again.
+        QList<QAction *> inMenus;
+        for (QAction *top : window.menuBar()->actions())
+            inMenus += top->menu()->actions();
+        // Each window is reached from a menu, made once, and comes back when asked again.
         for (int twice = 0; twice < 2; ++twice) {
             for (QAction *a : {application.actionPreferences, application.actionHelp,
-                               application.actionAccount, application.actionLicence})
+                               application.actionAccount, application.actionLicence}) {
+                QVERIFY(inMenus.contains(a));
                 a->trigger();
+            }
             const QWidgetList all = QApplication::topLevelWidgets();
             for (const char *name : {"Preferences", "HelpWindow", "AccountWindow", "LicenceWindow"}) {
                 const auto named = [&](QWidget *w) { return w->objectName() == QLatin1String(name); };

@@ -34,7 +34,6 @@ class EngineJournalTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        resetSimulator();
         QDir(Journal::folder()).removeRecursively();
         QVERIFY(resetSimulatorTo(
             "[drive]\nid = tape44\nmodel = ULTRIUM-HH9\nserial = 1013000144\ncartridge = yes\n"

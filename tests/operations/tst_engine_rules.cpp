@@ -35,9 +35,7 @@ private Q_SLOTS:
             << QStringLiteral("x\nBarcode:  TD0001\n") << QString();
         QTest::newRow("carriage return is kept")
             << QStringLiteral("x\r\nBarcode: TD0001\r\n") << QStringLiteral("TD0001\r");
-        QTest::newRow("one line") << QStringLiteral("Exit with code: 0") << QString();
         QTest::newRow("second line of one word") << QStringLiteral("x\nTD0001\n") << QString();
-        QTest::newRow("empty second line") << QStringLiteral("x\n") << QString();
         QTest::newRow("nothing") << QString() << QString();
     }
 
@@ -73,8 +71,6 @@ private Q_SLOTS:
             << true << QStringLiteral("A");
         QTest::newRow("marker without its blank")
             << QStringLiteral("Volume mounted successfully.") << false << QString();
-        QTest::newRow("failure") << QStringLiteral("5ec0 LTFS14013E Cannot mount the volume.") << false
-                                 << QString();
     }
 
     void volumeLiesBetweenMarkerAndColon()
@@ -101,14 +97,10 @@ private Q_SLOTS:
                                   "relatime,user_id=0,group_id=0,default_permissions,allow_other)\n");
         QTest::newRow("root user's mount") << ten << QStringLiteral("10") << true;
         QTest::newRow("1 is not 10") << ten << QStringLiteral("1") << false;
-        QTest::newRow("empty name") << ten << QString() << false;
         QTest::newRow("ordinary user's mount")
             << QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/IBMtape12 type fuse (rw,nosuid,nodev,relatime,"
                               "user_id=1001,group_id=1001,default_permissions)")
             << QStringLiteral("IBMtape12") << true;
-        QTest::newRow("IBMtape1 is not IBMtape12")
-            << QStringLiteral("ltfs:/dev/sg3 on /tmp/ltfs/mnt/IBMtape12 type fuse (rw)")
-            << QStringLiteral("IBMtape1") << false;
         QTest::newRow("not FUSE") << QStringLiteral("/dev/sdb1 on /tmp/ltfs/mnt/1 type ext4 (rw)")
                                   << QStringLiteral("1") << false;
         QTest::newRow("another parent path")
@@ -129,31 +121,24 @@ private Q_SLOTS:
         QCOMPARE(mountAnswerFor(table, name), mounted ? MountAnswer::Yes : MountAnswer::No);
     }
 
-    // A process working in the volume, or holding a file of it open, is named
-    // as what keeps it busy.
-    void busyVolumeNamesItsHolders()
+    // A process holding a file of the volume open is named as what keeps it
+    // busy (one working inside it: tst_real_ltfs).
+    void busyVolumeNamesItsHolder()
     {
         const QString point = makeDir(QStringLiteral("volume"));
-        QProcess cwd;
-        cwd.setWorkingDirectory(point);
-        cwd.start(QStringLiteral("sleep"), {QStringLiteral("30")});
         QProcess open;
         open.start(QStringLiteral("sh"),
                    {QStringLiteral("-c"), QStringLiteral("exec 3>%1/f; echo; exec sleep 30").arg(point)});
-        QVERIFY(cwd.waitForStarted() && open.waitForReadyRead());
+        QVERIFY(open.waitForReadyRead());
         const QStringList lines = volumeUsersLines(volumeUsersOf(point));
-        cwd.kill();
+        const QString holder = QStringLiteral(" (pid %1) holds %2/f").arg(open.processId()).arg(point);
         open.kill();
-        QCOMPARE(lines.size(), 2);
-        QVERIFY2(lines.contains(QStringLiteral("The volume is busy: sleep (pid %1) holds %2")
-                                    .arg(cwd.processId())
-                                    .arg(point)),
-                 qPrintable(lines.join('\n')));
-        // (the shell may not have become sleep yet)
-        QCOMPARE(lines.filter(QStringLiteral(" (pid %1) holds %2/f").arg(open.processId()).arg(point)).size(),
-                 1);
-        cwd.waitForFinished();
         open.waitForFinished();
+        QCOMPARE(lines.size(), 1);
+        // (the shell may not have become sleep yet)
+        QVERIFY2(lines.first().startsWith(QStringLiteral("The volume is busy: ")) &&
+                     lines.first().endsWith(holder),
+                 qPrintable(lines.first()));
     }
 
     void rule_data()
@@ -169,29 +154,20 @@ private Q_SLOTS:
         QTest::newRow("inner blank") << QStringLiteral("AB CDE") << false << QStringLiteral("AB CDE");
         QTest::newRow("surrounding blanks")
             << QStringLiteral(" ABCDEF ") << false << QStringLiteral(" ABCDEF ");
-        QTest::newRow("hyphen") << QStringLiteral("AB-CDE") << false << QStringLiteral("AB-CDE");
         QTest::newRow("accented letters") << QStringLiteral("éèàüñç") << true << QStringLiteral("ÉÈÀÜÑÇ");
-        QTest::newRow("CJK") << QStringLiteral("東京大阪名古") << true << QStringLiteral("東京大阪名古");
         QTest::newRow("Arabic-Indic digits") << QStringLiteral("١٢٣٤٥٦") << true << QStringLiteral("١٢٣٤٥٦");
         // e + combining acute is one character on screen.
         QTest::newRow("combining marks count once")
             << QStringLiteral("e\u0301e\u0301e\u0301e\u0301e\u0301e\u0301") << true
             << QStringLiteral("E\u0301E\u0301E\u0301E\u0301E\u0301E\u0301");
-        QTest::newRow("decomposed seven")
-            << QStringLiteral("e\u0301BCDEFG") << false << QStringLiteral("E\u0301BCDEFG");
         // Judged after upper-casing: "ß" becomes "SS".
         QTest::newRow("sharp s grows to six") << QStringLiteral("ßabcd") << true << QStringLiteral("SSABCD");
-        QTest::newRow("sharp s grows to seven")
-            << QStringLiteral("ßabcde") << false << QStringLiteral("SSABCDE");
         QTest::newRow("letter outside the BMP")
             << QStringLiteral("\U00010400BCDEF") << true << QStringLiteral("\U00010400BCDEF");
         QTest::newRow("emoji") << QStringLiteral("ABCDE\U0001F600") << false
                                << QStringLiteral("ABCDE\U0001F600");
-        QTest::newRow("zero width joiner")
-            << QStringLiteral("ABC\u200DDE") << false << QStringLiteral("ABC\u200DDE");
         QTest::newRow("lone surrogate") << (QStringLiteral("ABCDE") + QChar(0xD800)) << false
                                         << (QStringLiteral("ABCDE") + QChar(0xD800));
-        QTest::newRow("cancel answer") << QStringLiteral("-1") << false << QStringLiteral("-1");
     }
 
     void rule()
@@ -201,18 +177,6 @@ private Q_SLOTS:
         QFETCH(QString, upper);
         QCOMPARE(volumeNameFromEntry(entry), upper);
         QCOMPARE(isValidVolumeName(entry), valid);
-        // The rule is applied to the upper-case form, so judging that again agrees.
-        QCOMPARE(isValidVolumeName(upper), valid);
-    }
-
-    void graphemes()
-    {
-        QCOMPARE(graphemeCount(QString()), 0);
-        QCOMPARE(graphemeCount(QStringLiteral("ABC")), 3);
-        QCOMPARE(graphemeCount(QStringLiteral("e\u0301\U0001F600")), 2);
-        QCOMPARE(withoutLastGrapheme(QStringLiteral("ABe\u0301")), QStringLiteral("AB"));
-        QCOMPARE(withoutLastGrapheme(QStringLiteral("A\U0001F600")), QStringLiteral("A"));
-        QCOMPARE(withoutLastGrapheme(QString()), QString());
     }
 
     // With no one to ask (before a face installs its answers), every question
@@ -248,8 +212,7 @@ private Q_SLOTS:
         engine.showMessage(false, QStringLiteral("after"));
         QVERIFY(QTest::qWaitFor([&] { return face.pane.endsWith(QStringLiteral("\nafter")); }));
 
-        const QString shown = face.pane;
-        const QStringList lines = shown.split(QLatin1Char('\n'));
+        const QStringList lines = face.pane.split(QLatin1Char('\n'));
         for (const QString &line : lines)
             QVERIFY(line.size() <= kLongestPaneLine);
         QCOMPARE(lines.at(1), QStringLiteral("Mount Error: Please check that a formated tape was inserted"));

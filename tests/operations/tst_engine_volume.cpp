@@ -1,35 +1,20 @@
 // ctest-timeout: 40
 // What the operator learns of a mounted tape, read from the attributes LTFS
-// publishes, and why no drive is listed, against fake device folders and the
-// simulator.
+// publishes, and why no drive is listed, against fake device folders.
 
 #include "operations/MissingDrive.h"
 #include "operations/VolumeDetails.h"
-#include "support/EngineHarness.h"
 #include "support/TestEnv.h"
-#include "tools/ToolPaths.h"
 
-#include <QDir>
 #include <QFile>
 #include <QTest>
-#include <cerrno>
 #include <ctime>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 
 using namespace tapedesk;
 using namespace tapedesk::test;
 
 namespace {
-
-// "Label=value" for each labelled row.
-QStringList rowsOf(const VolumeDetails &details)
-{
-    QStringList rows;
-    for (const auto &[label, value] : volumeDetailRows(details))
-        rows << label + QLatin1Char('=') + value;
-    return rows;
-}
 
 void writeFile(const QString &path, const QByteArray &content, mode_t mode = 0600)
 {
@@ -95,50 +80,11 @@ private Q_SLOTS:
         std::optional<FileSystemSize> size;
         if (statvfsTotal >= 0)
             size = FileSystemSize{statvfsTotal, statvfsTotal / 5 * 4};
-        const QStringList rows = rowsOf(volumeDetailsFrom(read, size));
-        for (const QString &row : expected.split('|')) {
+        QStringList rows; // "Label=value"
+        for (const auto &[label, value] : volumeDetailRows(volumeDetailsFrom(read, size)))
+            rows << label + QLatin1Char('=') + value;
+        for (const QString &row : expected.split('|'))
             QVERIFY2(rows.contains(row), qPrintable(row + QStringLiteral("\n in ") + rows.join('\n')));
-        }
-    }
-
-    // Mounted through the simulator, the tab shows the cartridge's state; after
-    // the unmount, nothing is left to show and the attributes are gone.
-    void simulatedMount()
-    {
-        const QString point = QStringLiteral("/tmp/ltfs/mnt/54");
-        QVERIFY(QDir().mkpath(point));
-        if (::setxattr(point.toLocal8Bit().constData(), "user.tapedesk.probe", "1", 1, 0) != 0)
-            QSKIP(qPrintable(QStringLiteral("/tmp takes no user extended attributes: ") +
-                             QString::fromLocal8Bit(std::strerror(errno))));
-        ::removexattr(point.toLocal8Bit().constData(), "user.tapedesk.probe");
-        QVERIFY(resetSimulatorTo(
-            "[drive]\nid = tape54\nmodel = ULTRIUM-HH8\nserial = 1013000154\ncartridge = yes\n"
-            "barcode = TD0054\nformatted = yes\nvolume = VOL054\nloads = 4\nused-mb = 1000000\n"
-            "tape-alert = 0x0000000000080000\n"));
-        useSimulator();
-        QStringList asked;
-        answerWith({QStringLiteral("0")}, &asked);
-        RecordingFace face;
-        TapeEngine engine(face);
-        QVERIFY(scanAndSelect(engine, face, QStringLiteral("tape54")));
-        QVERIFY(performToEnd(engine, Action::Mount));
-        QTRY_VERIFY2(!face.volumeReports.isEmpty() &&
-                         face.volumeReports.last().state == VolumeReport::State::Read,
-                     qPrintable(face.pane));
-        const QStringList rows = rowsOf(face.volumeReports.last().details);
-        for (const QString &row :
-             QStringLiteral("Volume name=VOL054|Barcode=TD0054|Formatted=not reported|Media "
-                            "loads=5|Capacity=11.6 TB|Used=1.0 TB|Alerts=cleaning "
-                            "required now (0x0000000000080000)")
-                 .split('|')) {
-            QVERIFY2(rows.contains(row), qPrintable(rows.join('\n')));
-        }
-
-        answerWith({}, &asked);
-        QVERIFY(performToEnd(engine, Action::Mount));
-        QCOMPARE(face.volumeReports.last().state, VolumeReport::State::NotMounted);
-        QCOMPARE(::getxattr(point.toLocal8Bit().constData(), "user.ltfs.volumeName", nullptr, 0), -1);
-        resetSimulator();
     }
 
     void missingDrive_data()
@@ -165,8 +111,6 @@ private Q_SLOTS:
             << QStringList{
                    "Problem: $DEV/nst0 is not readable and writable by operator (group root). operator was "
                    "added to group root after this session began. What to do: Log out"};
-        QTest::newRow("module missing") << QStringList{"sg0"} << QByteArray("sg 40960 0 - Live 0x0\n")
-                                        << QList<uint>{4242} << QStringList{modprobe.arg("st")};
         QTest::newRow("all fine") << QStringList{"nst0", "sg0", "IBMtape0"}
                                   << both + "lin_tape 1 0 - Live 0x0\n"
                                   << QList<uint>{4242}

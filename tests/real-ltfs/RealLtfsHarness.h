@@ -14,9 +14,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 #include <cerrno>
 #include <csignal>
@@ -36,7 +36,7 @@ namespace {
 // last one is the comparison's.
 const QStringList kDrives{"rlt1", "rlt2", "rlt3", "rlt4", "rlt5", "rlt6", "rlt7", "rltc"};
 const QString kCompared = QStringLiteral("rltc");
-const QByteArray kSmall("six by");
+const QByteArray kData(qsizetype{1} << 20, 'x');
 
 QString g_root; // bin/ (the tools TapeDesk runs), ltfs-bin, cartridges/, tools.log
 
@@ -157,8 +157,7 @@ struct Cli
 Cli cli(const QStringList &arguments)
 {
     const Run r =
-        run(QStringLiteral(TAPEDESK_BIN "/tapedesk-cli"), QStringList{QStringLiteral("--json")} + arguments,
-            {}, QProcessEnvironment::systemEnvironment());
+        run(QStringLiteral(TAPEDESK_BIN "/tapedesk-cli"), QStringList{QStringLiteral("--json")} + arguments);
     const QJsonObject json = QJsonDocument::fromJson(r.out.toUtf8()).object();
     Cli c{r.status, r.err, {}};
     for (const auto &line : json[QStringLiteral("transcript")].toArray())

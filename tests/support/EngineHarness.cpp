@@ -10,37 +10,6 @@ void RecordingFace::setStatus(Action action, int s)
     events << QStringLiteral("status %1 %2").arg(static_cast<int>(action)).arg(s);
 }
 
-void RecordingFace::setMountCaption(const QString &caption)
-{
-    events << QStringLiteral("caption ") + caption;
-}
-
-void RecordingFace::progressStarted()
-{
-    busy = true;
-    events << QStringLiteral("progress started");
-}
-
-void RecordingFace::progressEnded()
-{
-    busy = false;
-    events << QStringLiteral("progress ended");
-}
-
-void RecordingFace::drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &)
-{
-    listed = drives;
-    events << QStringLiteral("drives %1").arg(drives.size());
-}
-
-QStringList RecordingFace::paneLines() const
-{
-    QStringList lines = pane.split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.first().isEmpty())
-        lines.removeFirst();
-    return lines;
-}
-
 QString ScriptedAnswers::next(const QString &title)
 {
     if (m_script.isEmpty()) {

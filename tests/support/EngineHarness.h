@@ -22,12 +22,11 @@ class RecordingFace final : public Face
 public:
     QString pane;
     QString shown;      // all the pane ever showed, clearing or not
-    QStringList events; // "status <Action> <n>", "caption X", "progress started|ended", "drives N"
+    QStringList events; // "status <Action> <n>", "caption X"
     QHash<Action, int> status;
     QList<DrivePtr> listed;
     QByteArray toolBytes; // what toolOutput() received
     QList<VolumeReport> volumeReports;
-    bool busy = false;
 
     void clearPane() override { pane.clear(); }
     void appendToPane(const QString &text) override
@@ -36,14 +35,12 @@ public:
         shown += text;
     }
     void setStatus(Action action, int s) override;
-    void setMountCaption(const QString &caption) override;
-    void progressStarted() override;
-    void progressEnded() override;
-    void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &selected) override;
+    void setMountCaption(const QString &caption) override { events << QStringLiteral("caption ") + caption; }
+    void progressStarted() override {}
+    void progressEnded() override {}
+    void drivesChanged(const QList<DrivePtr> &drives, const DrivePtr &) override { listed = drives; }
     void toolOutput(OutputStream, QByteArrayView chunk) override { toolBytes += chunk.toByteArray(); }
     void volumeDetailsChanged(const VolumeReport &report) override { volumeReports << report; }
-    // The pane's lines without the empty first one each message starts with.
-    QStringList paneLines() const;
 };
 
 // Answers each question with the next entry of a script and records it as

@@ -21,27 +21,18 @@ QList<Scenario> loadScenarios(const QString &text)
             defined.insert(s.name.mid(1), s.lines);
     }
     all.removeIf([](const Scenario &s) { return s.name.startsWith(QLatin1Char('@')); });
-    for (Scenario &s : all) {
-        QStringList lines;
-        for (const QString &line : std::as_const(s.lines))
-            lines << (line.startsWith(QStringLiteral("use ")) ? defined.value(line.mid(4))
-                                                              : QStringList{line});
-        s.lines = lines;
-    }
     // "NAME {a,b}" is one case per value: "{}" in a line stands for it, and a
-    // line "[a] ..." belongs to the case of value a only.
+    // line "[a] ..." belongs to the case of value a only, a "[a] use NAME"
+    // included.
     static const QRegularExpression values(QStringLiteral("\\{([^}]+)\\}$"));
     QList<Scenario> expanded;
     for (const Scenario &s : all) {
         const QRegularExpressionMatch m = values.match(s.name);
-        if (!m.hasMatch()) {
-            expanded << s;
-            continue;
-        }
-        for (const QString &v : m.captured(1).split(QLatin1Char(','))) {
-            Scenario one{s.name.left(m.capturedStart()) + v, {}};
+        const QStringList variants = m.hasMatch() ? m.captured(1).split(QLatin1Char(',')) : QStringList{{}};
+        for (const QString &v : variants) {
+            Scenario one{m.hasMatch() ? s.name.left(m.capturedStart()) + v : s.name, {}};
             for (QString line : s.lines) {
-                if (line.startsWith(QLatin1Char('[')) &&
+                if (m.hasMatch() && line.startsWith(QLatin1Char('[')) &&
                     line.indexOf(QStringLiteral("] ")) == line.indexOf(QLatin1Char(']'))) {
                     const QStringList only =
                         line.mid(1, line.indexOf(QLatin1Char(']')) - 1).split(QLatin1Char(','));
@@ -49,7 +40,10 @@ QList<Scenario> loadScenarios(const QString &text)
                         continue;
                     line = line.mid(line.indexOf(QLatin1Char(']')) + 2);
                 }
-                one.lines << line.replace(QStringLiteral("{}"), v);
+                if (m.hasMatch())
+                    line.replace(QStringLiteral("{}"), v);
+                one.lines << (line.startsWith(QStringLiteral("use ")) ? defined.value(line.mid(4))
+                                                                      : QStringList{line});
             }
             expanded << one;
         }

@@ -46,12 +46,6 @@ QString TestHome::path()
     return g_home;
 }
 
-void configureApplication(QCoreApplication &app)
-{
-    app.setOrganizationName(QStringLiteral("TapeDesk"));
-    app.setApplicationName(QStringLiteral("TapeDesk"));
-}
-
 void resetSimulator()
 {
     const QString folder = QString::fromLocal8Bit(qgetenv("TAPESIM_HOME"));

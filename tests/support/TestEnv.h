@@ -28,8 +28,6 @@ private:
     QTemporaryDir m_dir;
 };
 
-void configureApplication(QCoreApplication &app);
-
 // Forgets the simulator's state (the default library again, nothing mounted)
 // after ending the ltfs daemons it left running, so none outlives its test or
 // serves a mount point the next test uses.
@@ -73,7 +71,8 @@ void useSimulator();
     {                                                                                                        \
         tapedesk::test::TestHome home;                                                                       \
         App app(argc, argv);                                                                                 \
-        tapedesk::test::configureApplication(app);                                                           \
+        app.setOrganizationName(QStringLiteral("TapeDesk"));                                                 \
+        app.setApplicationName(QStringLiteral("TapeDesk"));                                                  \
         setup;                                                                                               \
         TestClass tc;                                                                                        \
         QTEST_SET_MAIN_SOURCE_PATH                                                                           \

@@ -19,7 +19,6 @@
 #include <QProgressBar>
 #include <QTableView>
 #include <QTest>
-#include <QTimer>
 
 namespace tapedesk::test {
 
@@ -82,15 +81,8 @@ bool typeAndAccept(QFileDialog *dialog, const QString &path, bool direct)
 
 DialogScript::DialogScript()
 {
-    m_timer = new QTimer;
-    m_timer->setInterval(15);
-    QObject::connect(m_timer, &QTimer::timeout, [this] { poll(); });
-    m_timer->start();
-}
-
-DialogScript::~DialogScript()
-{
-    delete m_timer;
+    QObject::connect(&m_timer, &QTimer::timeout, [this] { poll(); });
+    m_timer.start(15);
 }
 
 DialogScript &DialogScript::then(Handler handler)

