@@ -138,8 +138,13 @@ private Q_SLOTS:
         }
         if (fault == "delay") {
             QVERIFY(r.out.contains(QStringLiteral("Waiting for un-mount to complete, please wait...")));
-            QVERIFY(!cli({QStringLiteral("--json"), QStringLiteral("scan")})
-                         .out.contains(QStringLiteral("\"mounted\":true")));
+            // A passing run's verdict and reason, for the playbooks that read them.
+            const Result scan = cli({QStringLiteral("--json"), QStringLiteral("scan")});
+            const QJsonObject o = QJsonDocument::fromJson(scan.out.toUtf8()).object();
+            QCOMPARE(o.value(QStringLiteral("verdict")).toString(), QStringLiteral("success"));
+            QCOMPARE(o.value(QStringLiteral("reason")).toString(),
+                     QStringLiteral("Scan Complete: 3 drives listed"));
+            QVERIFY(!scan.out.contains(QStringLiteral("\"mounted\":true")));
         }
         if (arguments.first() == QStringLiteral("dump"))
             QCOMPARE(QDir(arguments.at(3)).entryList({QStringLiteral("*.blz")}).size(), 1);
