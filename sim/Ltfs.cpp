@@ -112,7 +112,7 @@ int run(const Options &o, Context &ctx)
     Log log(ctx);
     const LineSink sink = [&log](const std::string &line) { log(line); };
     log(std::string("LTFS14000I LTFS starting, LTFS version ") + kLtfsVersion + ", log level 2.");
-    log("LTFS14058I LTFS Format Specification version 2.4.0.");
+    log("LTFS14058I LTFS Format version 2.4.0.");
     printBuildAndHost(sink, o.commandLine, "LTFS14104I", "LTFS14105I", "LTFS14106I");
     if (o.listDevices)
         return listDevices(ctx, log);

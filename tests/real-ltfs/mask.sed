@@ -6,6 +6,8 @@
 # its folder, the sg backend's about the drive) and which backend was loaded.
 /LTFS3[0-9]{4}[IWED] |Plugin: Loading "[^"]*" tape backend/d
 
+# The format version line: the simulator names the version alone.
+s/(LTFS14058I LTFS Format) [A-Za-z]+ (version)/\1 \2/
 # "5ec0 LTFS11031I ...": the logging thread.
 s/^[0-9a-f]+ (LTFS)/TID \1/
 s/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}/UUID/g
